@@ -1,0 +1,60 @@
+#pragma once
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace tovani {
+
+struct HttpError {
+  int code = 0;  // adapter-specific; 0 when unknown
+  std::string message;
+};
+
+struct HttpResponse {
+  long status = 0;  // 0 when no response arrived
+  std::map<std::string, std::string> headers;
+};
+
+struct DataRequest {
+  std::string url;
+  std::string method = "GET";
+  std::string body;
+  double idleTimeoutSeconds = 3.0;  // no byte for this long -> error
+  bool allowsCellularAccess = true;
+};
+
+struct DownloadRequest {
+  std::string url;
+  double idleTimeoutSeconds = 3.0;
+  bool allowsCellularAccess = true;
+  // The body is written to a new temporary file inside this folder, so that the caller's
+  // move into place is an atomic rename on one file system.
+  std::string temporaryDirectory;
+};
+
+// Completion of a data request: body, response, error (set on transport failure or
+// time-out; the HTTP status is not an error here).
+using DataCompletion =
+    std::function<void(std::string body, HttpResponse response, std::optional<HttpError> error)>;
+// Completion of a download: the temporary file (absent on error), response, error. The
+// file belongs to the caller during the call; whatever is left of it afterwards is removed.
+using DownloadCompletion = std::function<void(std::optional<std::string> temporaryFile,
+                                              HttpResponse response,
+                                              std::optional<HttpError> error)>;
+
+class Http {
+ public:
+  virtual ~Http() = default;
+  // Starts a request; `done` runs later, always on the main queue, never inside this call.
+  virtual void dataRequest(DataRequest request, DataCompletion done) = 0;
+  // Starts a download; `done` runs later on the main queue, never inside this call.
+  virtual void download(DownloadRequest request, DownloadCompletion done) = 0;
+  // Fire-and-forget GET; the answer is ignored. An unparsable URL sends nothing.
+  virtual void beacon(const std::string& url) = 0;
+  // The only blocking call: fetches `url` on the calling thread with a bounded total time.
+  // Returns the body of a successful (2xx) answer, or nothing.
+  virtual std::optional<std::string> fetchBlocking(const std::string& url) = 0;
+};
+
+}  // namespace tovani

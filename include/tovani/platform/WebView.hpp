@@ -1,0 +1,32 @@
+#pragma once
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace tovani {
+
+struct WebRequest {
+  std::string url;
+  std::string method = "GET";
+  std::string body;
+};
+
+// A page view. Hidden state, frame and z position live on its View node; the port loads
+// pages and asks before every navigation.
+class WebView {
+ public:
+  virtual ~WebView() = default;
+  virtual void loadRequest(const WebRequest& request) = 0;
+  // Asked on the main thread before every navigation (the initial load included);
+  // returning false cancels it.
+  virtual void setNavigationDecider(std::function<bool(const WebRequest&)> decider) = 0;
+  virtual void setScrollBounces(bool bounces) = 0;
+};
+
+class WebViewFactory {
+ public:
+  virtual ~WebViewFactory() = default;
+  virtual std::shared_ptr<WebView> createWebView() = 0;
+};
+
+}  // namespace tovani

@@ -1,0 +1,165 @@
+#include "tovani/TovaniSDK.hpp"
+
+#include <iostream>
+#include <mutex>
+
+#include "sdk/FacadeState.hpp"
+#include "util/Guard.hpp"
+#include "viewer/tovaniViewer.hpp"
+
+namespace tovani {
+
+namespace {
+
+struct FacadeState {
+  std::mutex mutex;  // guards the single creation of the instance
+  std::shared_ptr<Platform> platform;
+  std::shared_ptr<TovaniSDK> instance;
+  std::shared_ptr<tovaniViewer> mainViewer;
+};
+
+FacadeState& facade() {
+  static FacadeState state;
+  return state;
+}
+
+Log* facadeLog() {
+  auto& p = facade().platform;
+  return p && p->log ? p->log.get() : nullptr;
+}
+
+// Host calls run guarded: nothing the SDK does may throw into the host.
+template <typename Work>
+void hostCall(Work&& work) {
+  runGuarded(facadeLog(), std::forward<Work>(work));
+}
+
+}  // namespace
+
+std::shared_ptr<tovaniViewer> mainViewer() {
+  return facade().mainViewer;
+}
+
+void resetFacadeForTesting() {
+  auto& state = facade();
+  std::lock_guard lock(state.mutex);
+  state.instance.reset();
+  state.mainViewer.reset();
+  state.platform.reset();
+}
+
+void TovaniSDK::setPlatform(std::shared_ptr<Platform> platform) {
+  auto& state = facade();
+  std::lock_guard lock(state.mutex);
+  if (state.instance) {
+    if (facadeLog()) facadeLog()->write("tovani: setPlatform after first use is ignored");
+    return;
+  }
+  state.platform = std::move(platform);
+}
+
+std::shared_ptr<TovaniSDK> TovaniSDK::sharedInstance() {
+  auto& state = facade();
+  std::lock_guard lock(state.mutex);
+  if (!state.instance) {
+    if (!state.platform) state.platform = makeDefaultPlatform();
+    if (!state.platform) {
+      std::cerr << "tovani: no platform was set and none is built in; the SDK stays idle\n";
+      return nullptr;
+    }
+    state.instance = std::make_shared<TovaniSDK>();
+  }
+  return state.instance;
+}
+
+TovaniSDK::TovaniSDK() {
+  // Creating a facade replaces the process's viewer, as the designed constructor does.
+  facade().mainViewer = tovaniViewer::create(facade().platform);
+}
+
+TovaniSDK::~TovaniSDK() = default;
+
+std::shared_ptr<tovaniViewer> TovaniSDK::getMainViewer() const {
+  return facade().mainViewer;
+}
+
+void TovaniSDK::setDevType(bool devType) {
+  hostCall([&] {
+    if (auto sdk = sharedInstance()) sdk->getMainViewer()->devType = devType;
+  });
+}
+
+void TovaniSDK::init(const std::string& mediaCode, const std::string& slotCode) {
+  init(mediaCode, slotCode, std::nullopt);
+}
+
+void TovaniSDK::init(const std::string& mediaCode, const std::string& slotCode,
+                     const std::optional<CategoryList>& categories) {
+  hostCall([&] {
+    auto sdk = sharedInstance();
+    if (!sdk) return;
+    const std::string joined = convertCategory(categories);
+    auto viewer = sdk->getMainViewer();
+    viewer->mediaCode = mediaCode;
+    viewer->slotCode = slotCode;
+    viewer->cateCode = joined;
+    viewer->init_TNSDK();
+  });
+}
+
+void TovaniSDK::delegate(const std::shared_ptr<TovaniDelegate>& delegate) {
+  hostCall([&] {
+    auto sdk = sharedInstance();
+    if (!sdk) return;
+    sdk->setDelegate(delegate);
+    sdk->getMainViewer()->delegate = delegate;
+  });
+}
+
+void TovaniSDK::tovaniShow(const std::shared_ptr<View>& hostRootView) {
+  hostCall([&] {
+    // Deliberately no creation here: before any other facade call there is nothing to show.
+    std::shared_ptr<tovaniViewer> viewer;
+    {
+      auto& state = facade();
+      std::lock_guard lock(state.mutex);
+      if (!state.instance) return;
+      viewer = state.mainViewer;
+    }
+    if (hostRootView) {
+      hostRootView->addSubview(viewer);
+    } else {
+      viewer->log("tovani: tovaniShow without a host view; the ad view is not attached");
+    }
+    viewer->adPlay_TNSDK();
+  });
+}
+
+std::string TovaniSDK::convertCategory(const std::optional<CategoryList>& categories) {
+  std::string joined;
+  if (!categories || categories->empty()) return joined;
+  for (size_t i = 0; i < categories->size(); ++i) {
+    const auto& element = (*categories)[i];
+    if (!element) continue;  // not exactly a string: skipped without a trace
+    if (joined.empty()) {
+      joined = *element;
+    } else {
+      joined += "|" + *element;
+    }
+  }
+  return joined;
+}
+
+}  // namespace tovani
+
+extern "C" void tovani_init_with_categories(const char* mediaCode, const char* slotCode,
+                                            const char* const* categories, size_t count) {
+  std::optional<tovani::TovaniSDK::CategoryList> list;
+  if (categories) {
+    list.emplace();
+    for (size_t i = 0; i < count; ++i) {
+      list->push_back(categories[i] ? std::optional<std::string>(categories[i]) : std::nullopt);
+    }
+  }
+  tovani::TovaniSDK::init(mediaCode ? mediaCode : "", slotCode ? slotCode : "", list);
+}

@@ -1,0 +1,165 @@
+#include "store/tovaniSQL.hpp"
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace tovani {
+
+namespace {
+
+namespace fs = std::filesystem;
+using SteadyClock = std::chrono::steady_clock;
+
+// How many virtual-machine steps pass between two looks at the clock. A step is a few
+// nanoseconds, so the limit is noticed within microseconds while the clock costs nothing.
+constexpr int kProgressCheckSteps = 1000;
+
+// Each row value is counted with the bookkeeping of a string, so that a flood of tiny
+// values is bounded as well as a few huge ones.
+constexpr std::size_t kValueOverheadBytes = sizeof(std::string);
+
+void writeLog(Log* log, const std::string& line) {
+  if (log != nullptr) log->write(line);
+}
+
+struct StatementDeadline {
+  SteadyClock::time_point deadline;
+  bool interrupted = false;
+};
+
+// Progress handler: a non-zero answer makes SQLite stop the running statement with
+// SQLITE_INTERRUPT. Once late, it keeps answering so, whatever SQLite runs next.
+int interruptWhenLate(void* context) {
+  auto* state = static_cast<StatementDeadline*>(context);
+  if (SteadyClock::now() < state->deadline) return 0;
+  state->interrupted = true;
+  return 1;
+}
+
+// The store file comes from the network. None of these settings changes what an ordinary
+// statement on the store's tables does; they take away what only a hostile file would use:
+// loading native code, schema-level tricks (writable schema, shadow tables), functions with
+// side effects run from the file's own views and triggers, and statements that never end.
+void hardenConnection(sqlite3* db, StatementDeadline* deadline) {
+  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, static_cast<int*>(nullptr));
+  sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, static_cast<int*>(nullptr));
+  sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, static_cast<int*>(nullptr));
+  sqlite3_progress_handler(db, kProgressCheckSteps, &interruptWhenLate, deadline);
+}
+
+}  // namespace
+
+tovaniSQL::tovaniSQL(std::string documentsDirectory, std::string databaseFilename,
+                     std::optional<std::string> bundleResourcePath, std::shared_ptr<Log> log)
+    : documentsDirectory_(std::move(documentsDirectory)),
+      databaseFilename_(std::move(databaseFilename)),
+      log_(std::move(log)) {
+  copyDatabaseIntoDocumentsDirectory(bundleResourcePath);
+}
+
+std::string tovaniSQL::databasePath() const {
+  return (fs::path(documentsDirectory_) / databaseFilename_).string();
+}
+
+std::shared_ptr<StoreRows> tovaniSQL::loadDataFromDB(const std::string& query) {
+  runQuery(query.c_str(), false);
+  return arrResults_;
+}
+
+void tovaniSQL::executeQuery(const std::string& statement) { runQuery(statement.c_str(), true); }
+
+// A host that ships no store in its resources (no resource folder given) has nothing to
+// seed from; that is the usual case, so it passes without a log line and the store is
+// downloaded instead.
+void tovaniSQL::copyDatabaseIntoDocumentsDirectory(
+    const std::optional<std::string>& bundleResourcePath) {
+  const fs::path destination = databasePath();
+  std::error_code error;
+  // A link counts as present even when it points nowhere, so the copy never writes
+  // through it.
+  if (fs::exists(fs::symlink_status(destination, error))) return;
+  if (!bundleResourcePath) return;
+
+  const fs::path source = fs::path(*bundleResourcePath) / databaseFilename_;
+  if (fs::copy_file(source, destination, fs::copy_options::none, error)) return;
+  writeLog(log_.get(), error.message());
+  // A copy that broke off half way must not leave a truncated store behind; a file that
+  // appeared meanwhile is someone else's and stays.
+  if (error != std::errc::file_exists) {
+    std::error_code ignored;
+    fs::remove(destination, ignored);
+  }
+}
+
+void tovaniSQL::runQuery(const char* sql, bool isQueryExecutable) {
+  const std::string path = databasePath();
+  // The previous list may still be held by a caller; it is emptied, not just dropped.
+  if (arrResults_) {
+    arrResults_->clear();
+    arrResults_.reset();
+  }
+  arrResults_ = std::make_shared<StoreRows>();
+  arrColumnNames_.clear();
+
+  // Outlives the connection, which holds a pointer to it until closed.
+  StatementDeadline deadline;
+  sqlite3* db = nullptr;
+  if (sqlite3_open(path.c_str(), &db) == SQLITE_OK) {
+    deadline.deadline =
+        SteadyClock::now() + std::chrono::duration_cast<SteadyClock::duration>(
+                                 std::chrono::duration<double>(kStatementTimeLimitSeconds));
+    hardenConnection(db, &deadline);
+    bool truncated = false;
+
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) != SQLITE_OK) {
+      writeLog(log_.get(), sqlite3_errmsg(db));
+    } else if (isQueryExecutable) {
+      // Text without a statement (blank or only a comment) prepares to nothing; stepping
+      // nothing is a misuse, which counts as a non-zero result like any other error.
+      const int result = statement != nullptr ? sqlite3_step(statement) : SQLITE_MISUSE;
+      // Deliberately compared with zero and not with SQLITE_DONE: a failing statement
+      // still refreshes the counters and logs nothing.
+      if (result != 0) {
+        affectedRows_ = sqlite3_changes(db);
+        lastInsertedRowID_ = sqlite3_last_insert_rowid(db);
+      } else {
+        writeLog(log_.get(), std::string("DB insert Error: ") + sqlite3_errmsg(db));
+      }
+    } else if (statement != nullptr) {
+      std::size_t resultBytes = 0;
+      while (sqlite3_step(statement) == SQLITE_ROW) {
+        StoreRow row;
+        const int columnCount = sqlite3_column_count(statement);
+        for (int i = 0; i < columnCount; ++i) {
+          const unsigned char* text = sqlite3_column_text(statement, i);
+          if (text != nullptr) {
+            row.emplace_back(reinterpret_cast<const char*>(text));
+            resultBytes += row.back().size() + kValueOverheadBytes;
+          }
+          // The names are complete after the first row and are not read again.
+          if (arrColumnNames_.size() != static_cast<std::size_t>(columnCount)) {
+            const char* name = sqlite3_column_name(statement, i);
+            arrColumnNames_.emplace_back(name != nullptr ? name : "");
+          }
+        }
+        if (!row.empty()) arrResults_->push_back(std::move(row));
+        if (resultBytes > kResultTextLimitBytes) {
+          truncated = true;
+          break;
+        }
+      }
+    }
+    sqlite3_finalize(statement);
+    if (deadline.interrupted) writeLog(log_.get(), kStatementInterruptedLog);
+    if (truncated) writeLog(log_.get(), kResultTruncatedLog);
+  }
+  // Also after a failed open: SQLite may have allocated a handle that only close frees.
+  sqlite3_close(db);
+}
+
+}  // namespace tovani

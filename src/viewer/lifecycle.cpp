@@ -1,0 +1,10 @@
+// PLACEHOLDER: replaced by the real flow; keeps the library linking meanwhile.
+#include "viewer/tovaniViewer.hpp"
+
+namespace tovani {
+
+void tovaniViewer::tnAdPlayerItemDidReachEnd() {}
+void tovaniViewer::appWillResignActive() {}
+void tovaniViewer::tnAdPlayerWillEnterForeground() {}
+
+}  // namespace tovani

@@ -1,0 +1,8 @@
+// PLACEHOLDER: replaced by the real flow; keeps the library linking meanwhile.
+#include "viewer/tovaniViewer.hpp"
+
+namespace tovani {
+
+void tovaniViewer::downloadDataBase() {}
+
+}  // namespace tovani

@@ -1,0 +1,38 @@
+#include "support/FakePorts.hpp"
+
+#include <chrono>
+#include <filesystem>
+
+namespace tovani::test {
+
+bool RecordingWebView::navigate(const std::string& url) {
+  WebRequest request{url, "GET", {}};
+  const bool allowed = decider_ ? decider_(request) : true;
+  if (allowed) loadedInPlace.push_back(url);
+  return allowed;
+}
+
+bool FakeApplication::canOpenURL(const std::string& url) const {
+  const auto colon = url.find(':');
+  if (colon == std::string::npos) return false;
+  return openableSchemes.count(url.substr(0, colon)) > 0;
+}
+
+std::optional<double> FakeDevice::fileCreationTime(const std::string& path) const {
+  const auto name = std::filesystem::path(path).filename().string();
+  if (auto it = creationTimes.find(name); it != creationTimes.end()) return it->second;
+  std::error_code ec;
+  const auto written = std::filesystem::last_write_time(path, ec);
+  if (ec) return std::nullopt;
+  const auto system = std::chrono::clock_cast<std::chrono::system_clock>(written);
+  return std::chrono::duration<double>(system.time_since_epoch()).count();
+}
+
+bool CapturedLog::contains(const std::string& text) const {
+  for (const auto& line : lines) {
+    if (line.find(text) != std::string::npos) return true;
+  }
+  return false;
+}
+
+}  // namespace tovani::test
