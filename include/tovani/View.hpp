@@ -61,7 +61,7 @@ class View : public std::enable_shared_from_this<View> {
  public:
   enum class Kind { Plain, Label, ImageView, Button, VideoLayer, WebView };
 
-  explicit View(Kind kind = Kind::Plain) : kind(kind) {}
+  explicit View(Kind viewKind = Kind::Plain) : kind(viewKind) {}
   virtual ~View() = default;
   View(const View&) = delete;
   View& operator=(const View&) = delete;

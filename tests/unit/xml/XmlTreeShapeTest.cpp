@@ -16,7 +16,8 @@ XmlValue parsed(const std::string& document) {
 }
 
 std::string textAt(const XmlValue& v, const std::string& key) {
-  const std::string* s = v[key].string();
+  XmlValue entry = v[key];
+  const std::string* s = entry.string();
   return s != nullptr ? *s : "<not a string>";
 }
 
