@@ -16,6 +16,8 @@ packages=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav
   # development ad server
   libcpp-httplib-dev libssl-dev openssl
+  # demo host
+  libcxxopts-dev
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev
 )

@@ -63,7 +63,8 @@ std::string lastComponentOf(std::string_view path) {
   while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
   if (path == "/") return "/";
   const size_t slash = path.rfind('/');
-  const std::string_view component = slash == std::string_view::npos ? path : path.substr(slash + 1);
+  const std::string_view component =
+      slash == std::string_view::npos ? path : path.substr(slash + 1);
   std::string decoded = percentDecode(component);
   if (!isValidUtf8(decoded)) return std::string(component);
   return decoded;

@@ -63,13 +63,21 @@ int hexValue(char c) {
 
 }  // namespace
 
-std::string mp_URLEncodedString(std::string_view s) { return escape(s, kQueryValue); }
+std::string mp_URLEncodedString(std::string_view s) {
+  return escape(s, kQueryValue);
+}
 
-std::string endCardFormEncode(std::string_view s) { return escape(s, kEndCardValue); }
+std::string endCardFormEncode(std::string_view s) {
+  return escape(s, kEndCardValue);
+}
 
-std::string legacyEscapeURL(std::string_view s) { return escape(s, kLegacy); }
+std::string legacyEscapeURL(std::string_view s) {
+  return escape(s, kLegacy);
+}
 
-std::string beaconQueryEscape(std::string_view s) { return escape(s, kBeaconQuery); }
+std::string beaconQueryEscape(std::string_view s) {
+  return escape(s, kBeaconQuery);
+}
 
 std::string percentDecode(std::string_view s) {
   std::string out;
@@ -89,6 +97,8 @@ std::string percentDecode(std::string_view s) {
   return out;
 }
 
-bool isEmpty(std::string_view s) { return s.empty(); }
+bool isEmpty(std::string_view s) {
+  return s.empty();
+}
 
 }  // namespace tovani

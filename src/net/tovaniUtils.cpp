@@ -67,10 +67,9 @@ void tovaniUtils::requestDownload(const Platform& platform, const std::string& u
   // nothing is ever written outside the app's documents folder.
   request.temporaryDirectory = platform.device->documentsDirectory();
   platform.http->download(
-      std::move(request),
-      [log = platform.log, completion = std::move(completion)](
-          std::optional<std::string> file, HttpResponse response,
-          std::optional<HttpError> error) mutable {
+      std::move(request), [log = platform.log, completion = std::move(completion)](
+                              std::optional<std::string> file, HttpResponse response,
+                              std::optional<HttpError> error) mutable {
         complete(log, completion, std::move(file), std::move(response), std::move(error));
       });
 }

@@ -70,7 +70,9 @@ std::shared_ptr<StoreRows> tovaniSQL::loadDataFromDB(const std::string& query) {
   return arrResults_;
 }
 
-void tovaniSQL::executeQuery(const std::string& statement) { runQuery(statement.c_str(), true); }
+void tovaniSQL::executeQuery(const std::string& statement) {
+  runQuery(statement.c_str(), true);
+}
 
 // A host that ships no store in its resources (no resource folder given) has nothing to
 // seed from; that is the usual case, so it passes without a log line and the store is

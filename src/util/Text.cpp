@@ -16,7 +16,9 @@ struct CodePoint {
   bool valid = false;
 };
 
-bool isContinuation(unsigned char b) { return (b & 0xC0) == 0x80; }
+bool isContinuation(unsigned char b) {
+  return (b & 0xC0) == 0x80;
+}
 
 CodePoint decodeAt(std::string_view s, size_t i) {
   const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[i + k]); };
@@ -90,8 +92,7 @@ std::string formatAt(std::string_view format, std::initializer_list<Text> args) 
 
   auto next = args.begin();
   size_t done = 0;
-  for (size_t pos = format.find('%'); pos != std::string_view::npos;
-       pos = format.find('%', done)) {
+  for (size_t pos = format.find('%'); pos != std::string_view::npos; pos = format.find('%', done)) {
     if (pos + 1 >= format.size()) break;  // a lone "%" at the end stays as written
     const char directive = format[pos + 1];
     if (directive != '@' && directive != '%') {

@@ -1,8 +1,158 @@
-// PLACEHOLDER: replaced by the real flow; keeps the library linking meanwhile.
+#include <string>
+
+#include "net/Url.hpp"
+#include "net/tovaniUtils.hpp"
+#include "store/Statements.hpp"
+#include "viewer/ProcessState.hpp"
+#include "viewer/ad_list_json.hpp"
 #include "viewer/tovaniViewer.hpp"
+#include "viewer/video_files.hpp"
 
 namespace tovani {
 
-void tovaniViewer::getTNJsonList() {}
+namespace {
+
+using adlist::Json;
+using adlist::member;
+using adlist::valueText;
+
+// The issued identity is kept only when it is a non-empty string. Anything else is not
+// stored, so the device stays without an identity and the next sync asks again, instead
+// of keeping a placeholder text as its identity for good.
+void adoptDeviceIdentity(tovaniViewer& viewer, const Json& list) {
+  const Json* uuid = member(&list, "uuid");
+  if (!uuid || !uuid->is_string() || uuid->get_ref<const std::string&>().empty()) {
+    viewer.log("tovani: ad list carries no device id; none stored");
+    return;
+  }
+  const std::string& id = uuid->get_ref<const std::string&>();
+  // Bare for the rest of this run; the next start-up reads it back with the "$" mark.
+  viewer.tnUUIDStr = id;
+  const Text mcc = viewer.tnCarrier ? viewer.tnCarrier->mobileCountryCode : std::nullopt;
+  const Text mnc = viewer.tnCarrier ? viewer.tnCarrier->mobileNetworkCode : std::nullopt;
+  viewer.tnDataManager->executeQuery(formatAt(sql::kInsertDevice, {id, mcc, mnc}));
+}
+
+// The first source of an advert, or nullptr (logged) when the advert cannot be stored.
+const Json* firstSource(tovaniViewer& viewer, const Json& advert, size_t index) {
+  const std::string where = "tovani: advert " + std::to_string(index) + " skipped: ";
+  if (!advert.is_object()) {
+    viewer.log(where + "not an object");
+    return nullptr;
+  }
+  const Json* sources = member(&advert, "sources");
+  if (!sources || !sources->is_array() || sources->empty()) {
+    viewer.log(where + "no sources");
+    return nullptr;
+  }
+  const Json& source = sources->front();
+  if (!source.is_object()) {
+    viewer.log(where + "first source is not an object");
+    return nullptr;
+  }
+  return &source;
+}
+
+// The cached file's name for a source value: the URL's last path component, provided the
+// value is an http(s) URL and the name is safe to use as a file in the documents folder.
+std::optional<std::string> videoFileNameFor(tovaniViewer& viewer, const Json* value, size_t index) {
+  const std::string where = "tovani: advert " + std::to_string(index) + " skipped: ";
+  if (!value || !value->is_string() || !isDownloadableUrl(value->get_ref<const std::string&>())) {
+    viewer.log(where + "source value is not an http(s) URL");
+    return std::nullopt;
+  }
+  const auto name = lastPathComponentOfUrl(value->get_ref<const std::string&>());
+  if (!name) return std::nullopt;
+  if (auto problem = videoFileNameProblem(*name, viewer.tnDataDBFileName.value_or(""))) {
+    viewer.log(where + "video file name refused (" + *problem + ")");
+    return std::nullopt;
+  }
+  return name;
+}
+
+void storeAdvert(tovaniViewer& viewer, const Json& advert, size_t index) {
+  const Json* source = firstSource(viewer, advert, index);
+  if (!source) return;
+  const Json* value = member(source, "value");
+  const auto fileName = videoFileNameFor(viewer, value, index);
+  if (!fileName) return;
+
+  const Text adsNo = valueText(member(&advert, "ads_no"));
+  const StoreRows known =
+      *viewer.tnDataManager->loadDataFromDB(formatAt(sql::kSelectAdvert, {adsNo, *fileName}));
+  // A known advert/video pair stays as first stored; nothing is updated or deleted.
+  if (!known.empty()) return;
+
+  const Json* policy = member(&advert, "policy");
+  const Json* sourcePolicy = member(source, "policy");
+  // A key missing at either level is stored as "(null)", the text of an absent value.
+  const auto sourceText = [&](const char* key) { return valueText(member(source, key)); };
+  const auto policyText = [&](const char* key) { return valueText(member(sourcePolicy, key)); };
+  viewer.tnDataManager->executeQuery(
+      formatAt(sql::kInsertAdvert, {adsNo,
+                                    valueText(member(&advert, "slot")),
+                                    valueText(member(&advert, "url")),
+                                    valueText(member(&advert, "start")),
+                                    valueText(member(&advert, "end")),
+                                    valueText(member(policy, "campaign")),
+                                    valueText(member(policy, "product")),
+                                    sourceText("code"),
+                                    sourceText("start"),
+                                    sourceText("end"),
+                                    valueText(value),
+                                    policyText("duration"),
+                                    policyText("width"),
+                                    policyText("height"),
+                                    policyText("mimetype"),
+                                    policyText("clicktype"),
+                                    sourceText("imp_url"),
+                                    sourceText("click_url"),
+                                    sourceText("ext_url"),
+                                    sourceText("skip_url"),
+                                    sourceText("end_url"),
+                                    sourceText("mid_url"),
+                                    *fileName}));
+}
+
+void adListArrived(tovaniViewer& viewer, const StoreRows& deviceRows, const std::string& body,
+                   const std::optional<HttpError>& error) {
+  if (error) {
+    tovaniResult = 2;
+    viewer.notification_send();
+    return;
+  }
+  if (!viewer.tnDataManager) return;
+  const Json list = adlist::parseBody(body);
+  if (deviceRows.empty()) adoptDeviceIdentity(viewer, list);
+
+  const Json* adverts = member(&list, "adverts");
+  if (adverts && adverts->is_array()) {
+    size_t index = 0;
+    for (const Json& advert : *adverts) {
+      if (index == adlist::kMaxAdverts) {
+        viewer.log("tovani: ad list truncated after " + std::to_string(index) + " adverts");
+        break;
+      }
+      storeAdvert(viewer, advert, index++);
+    }
+  }
+  viewer.checkAndDownloadNext();
+}
+
+}  // namespace
+
+void tovaniViewer::getTNJsonList() {
+  if (!tnDataManager) return;  // start-up has not run: there is no store to sync into
+  const StoreRows deviceRows = *tnDataManager->loadDataFromDB(sql::kSelectDevice);
+  for (const auto& row : deviceRows) {
+    tnUUIDStr = formatAt("$%@", {row.empty() ? Text() : Text(row.front())});
+  }
+
+  tovaniUtils::requestNetwork(*platform(), adRequestURL("json"),
+                              [viewer = self(), deviceRows](std::string body, HttpResponse,
+                                                            std::optional<HttpError> error) {
+                                adListArrived(*viewer, deviceRows, body, error);
+                              });
+}
 
 }  // namespace tovani

@@ -1,8 +1,99 @@
-// PLACEHOLDER: replaced by the real flow; keeps the library linking meanwhile.
+#include <algorithm>
+#include <filesystem>
+#include <string>
+
+#include "net/tovaniUtils.hpp"
+#include "store/Statements.hpp"
+#include "viewer/ProcessState.hpp"
 #include "viewer/tovaniViewer.hpp"
+#include "viewer/video_files.hpp"
 
 namespace tovani {
 
-void tovaniViewer::checkAndDownloadNext() {}
+namespace {
+
+namespace fs = std::filesystem;
+
+// Columns of a work-list row (ads_no, sources_value, video_filename, use_flag). A row
+// with a NULL column comes back shorter with its values moved forward; such a row
+// cannot be read by position and is passed over.
+constexpr size_t kWorkRowColumns = 4;
+constexpr size_t kSourceValue = 1;
+constexpr size_t kVideoFileName = 2;
+
+bool isInFlight(const std::string& url) {
+  return mDownloadList &&
+         std::find(mDownloadList->begin(), mDownloadList->end(), url) != mDownloadList->end();
+}
+
+bool isSuccessStatus(long status) {
+  return status >= 200 && status <= 299;
+}
+
+// A stale or partial file of this name never survives into a new download. Only a plain
+// file (or a link) is removed: a folder of the same name belongs to someone else.
+void removeStaleFile(const std::string& path) {
+  std::error_code ec;
+  const auto status = fs::symlink_status(path, ec);
+  if (ec || !(fs::is_regular_file(status) || fs::is_symlink(status))) return;
+  fs::remove(path, ec);
+}
+
+void downloadFinished(tovaniViewer& viewer, const std::string& url, const std::string& path,
+                      const std::string& fileName, const std::optional<std::string>& file,
+                      const HttpResponse& response, const std::optional<HttpError>& error) {
+  if (mDownloadList) std::erase(*mDownloadList, url);
+  if (error || !file) return;
+  // An error page is not a video: nothing is moved in and the record keeps waiting.
+  if (!isSuccessStatus(response.status)) {
+    viewer.log("tovani: video download answered " + std::to_string(response.status) + ": " + url);
+    return;
+  }
+  // The temporary file sits in the documents folder, so this is one rename, never a copy.
+  std::error_code ec;
+  fs::rename(*file, path, ec);
+  if (ec) {
+    viewer.log("tovani: downloaded video could not be moved into place: " + fileName);
+    return;
+  }
+  if (!fs::is_regular_file(path, ec)) return;
+  viewer.tnDataManager->executeQuery(formatAt(sql::kMarkVideoCached, {fileName}));
+  viewer.checkAndDownloadNext();
+}
+
+}  // namespace
+
+void tovaniViewer::checkAndDownloadNext() {
+  if (!tnDataManager) return;
+  if (!mDownloadList) mDownloadList.emplace();
+  const StoreRows rows = *tnDataManager->loadDataFromDB(sql::kSelectWaitingVideos);
+  const std::string documents = tnadDocumentsPath.value_or("");
+  const std::string storeName = tnDataDBFileName.value_or("");
+
+  for (const auto& row : rows) {
+    if (row.size() != kWorkRowColumns) continue;
+    const std::string& url = row[kSourceValue];
+    const std::string& fileName = row[kVideoFileName];
+    if (isInFlight(url)) continue;
+    // The store may hold rows the sync never wrote; their values are checked again here,
+    // where they become an address and a path.
+    const auto path = videoFilePath(documents, fileName, storeName);
+    if (!isDownloadableUrl(url) || !path) {
+      log("tovani: waiting video skipped: unusable address or file name: " + fileName);
+      continue;
+    }
+
+    mDownloadList->push_back(url);
+    removeStaleFile(*path);
+    tovaniUtils::requestDownload(
+        *platform(), url,
+        [viewer = self(), url, path = *path, fileName](std::optional<std::string> file,
+                                                       HttpResponse response,
+                                                       std::optional<HttpError> error) {
+          downloadFinished(*viewer, url, path, fileName, file, response, error);
+        });
+    return;
+  }
+}
 
 }  // namespace tovani

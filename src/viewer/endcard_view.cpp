@@ -1,10 +1,115 @@
-// PLACEHOLDER: replaced by the real flow; keeps the library linking meanwhile.
+#include <string>
+
+#include "net/Url.hpp"
+#include "tovani/Constants.hpp"
+#include "viewer/ProcessState.hpp"
 #include "viewer/tovaniViewer.hpp"
 
 namespace tovani {
 
-void tovaniViewer::tnEndCard() {}
-void tovaniViewer::tnEndCardViewState(bool) {}
-bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest&) { return false; }
+namespace {
+
+// The page calls the library through links of this scheme; the host part is the command.
+constexpr const char* kBridgeScheme = "tovaniksdkcall";
+constexpr const char* kReloadCommand = "reload";
+constexpr const char* kCloseCommand = "close";
+// "install" is accepted and deliberately does nothing: the page handles it itself.
+constexpr double kEndCardZ = 9999;
+
+void takeDown(const std::shared_ptr<View>& view) {
+  if (view) view->removeFromSuperview();
+}
+
+bool startsWith(const std::string& text, const std::string& prefix) {
+  return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+}  // namespace
+
+void tovaniViewer::tnEndCard() {
+  takeDown(actionevent_imageview);
+  takeDown(skipevent_imageview);
+  takeDown(button);
+  takeDown(tnVidoeTimeRemain);
+  // The page was loaded ahead of time; without a network its links could not work, so the
+  // ad closes instead of showing it.
+  if (!connectedToNetwork(adRequestURL("json"))) {
+    tovaniResult = 2;
+    adClose_TNSDK();
+    return;
+  }
+  tnVideoPlayState = 2;
+  if (endcardCheck_flag == 0) {
+    tnSendEventURL(tnAdsExtensionsImpression);
+    ++endcardCheck_flag;
+  }
+  // First display after a video that ran to its last second: the card goes above every
+  // control. A card reached by an early skip keeps the state it had.
+  if (tnState == 6) {
+    tnState = 7;
+    if (tnAdEndCardView) {
+      if (tnAdEndCardView->webView) tnAdEndCardView->webView->setScrollBounces(false);
+      tnAdEndCardView->zPosition = kEndCardZ;
+    }
+  }
+  tnEndCardViewState(false);
+}
+
+void tovaniViewer::tnEndCardViewState(bool hide) {
+  if (tnAdEndCardView) tnAdEndCardView->hidden = hide;
+}
+
+bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
+  const std::string& url = request.url;
+  const auto parsed = parseUrl(url);
+  const std::string scheme = parsed ? parsed->scheme : std::string();
+
+  if (scheme == kBridgeScheme) {
+    const std::string& command = parsed->host;
+    if (command == kReloadCommand) {
+      // A replay keeps tnState and the once-flags of the reward, the skippable complete
+      // and the impression: it reports nothing a second time.
+      tnEndCardViewState(true);
+      if (tnAdPlayer) tnAdPlayer->seek(0);
+      tnADTimer();
+      tnVideoPlayState = 1;
+      actionevent_flag = 0;
+      skipevent_flag = 0;
+      addSubview(tnAdPlayerLayer);
+      if (tnAdPlayer) tnAdPlayer->play();
+      addSubview(tnVidoeTimeRemain);
+    } else if (command == kCloseCommand) {
+      tnEndCardViewState(true);
+      adClose_TNSDK();
+    }
+    return false;
+  }
+
+  // The card's own pages and everything they load stay inside the card.
+  if (startsWith(url, TOVANI_PRODUCTION_ROOT_URL)) return true;
+
+  auto& application = *platform()->application;
+  if (scheme == "tel") {
+    // A device that cannot call counts no click.
+    if (application.canOpenURL(url)) {
+      tnSendEventURL(tnAdsExtensionsClickTracking);
+      landingUrl(url);
+    }
+  } else if (scheme == "geo") {
+    const auto address = mapsAddressForGeoHost(parsed->host);
+    if (!address) log("tovani: geo link without a usable host part ignored: " + url);
+    if (address && application.canOpenURL(*address)) {
+      tnSendEventURL(tnAdsExtensionsClickTracking);
+      landingUrl(*address);
+    }
+  } else {
+    // Any other link leaves the ad and counts as a click, whether the system opens it or not.
+    tnSendEventURL(tnAdsExtensionsClickTracking);
+    landingUrl(url);
+  }
+  tnEndCardViewState(true);
+  adClose_TNSDK();
+  return false;
+}
 
 }  // namespace tovani

@@ -167,6 +167,11 @@ class tovaniViewer : public View {
   std::shared_ptr<TapRecognizer> actionevent_touch;
   int64_t actionevent_flag = 0;
   int64_t actioncomplete_flag = 0;
+
+  // --- controls (controls.cpp), our own addition: the player for which an empty countdown
+  // list was last fetched, so that a CDN that is down is asked again at most once per
+  // showing instead of blocking the main thread on every tick.
+  std::weak_ptr<MediaPlayer> skipImagesFetchedFor;
 };
 
 // True when an end-card switch value asks for the end card: "true" or empty (absent too).

@@ -1,8 +1,89 @@
-// PLACEHOLDER: replaced by the real flow; keeps the library linking meanwhile.
+#include "net/Url.hpp"
+#include "store/Statements.hpp"
+#include "util/PlatformError.hpp"
+#include "viewer/ProcessState.hpp"
 #include "viewer/tovaniViewer.hpp"
+#include "viewer/video_file_name.hpp"
+#include "xml/XMLController.hpp"
 
 namespace tovani {
 
-void tovaniViewer::parsingXml(const Text&) {}
+namespace {
+
+constexpr const char* kMediaFileTextPath =
+    "InLine.Creatives.Creative.Linear.MediaFiles.MediaFile.text";
+constexpr const char* kFrequencyRulePath = "InLine.Extensions.frequency1.text";
+
+// Only an element map is a single ad. A list is iterated, and nothing gives no candidates.
+// Any other value (an "Ad" attribute on the root) cannot be iterated at all, which the
+// platform reports by raising.
+XmlList candidateAds(const XmlValue& ads) {
+  if (ads.isMap()) return {ads};
+  if (const XmlList* list = ads.list()) return *list;
+  if (ads.isNone()) return {};
+  throw PlatformError("the Ad value of the answer is neither an element nor a list");
+}
+
+// The video file name of an ad: the last path component of its trimmed media URL.
+Text videoFileNameOf(const XmlValue& ad) {
+  const Text mediaUrl = stringForKeyPath(ad, kMediaFileTextPath);
+  if (!mediaUrl) return std::nullopt;
+  return lastPathComponentOfUrl(trimWhitespaceAndNewlines(*mediaUrl));
+}
+
+}  // namespace
+
+void tovaniViewer::parsingXml(const Text& answer) {
+  bool played = false;
+  // Runs when the answer yielded nothing to play, and also when reading the tree raised:
+  // the host is told "no ad" before the error travels on to the main-queue boundary.
+  const auto reportNoAdUnlessPlayed = [&] {
+    if (played) return;
+    tovaniResult = 1;
+    notification_send();
+    removeFromSuperview();
+  };
+
+  try {
+    XMLController parser;
+    parser.parseXML(answer);
+    const XmlValue ads = parser.dicRoot()["Ad"];
+    const bool singleAd = ads.isMap();
+
+    for (const XmlValue& ad : candidateAds(ads)) {
+      const Text adid = stringForKeyPath(ad, "id");
+      const Text fileName = videoFileNameOf(ad);
+
+      std::optional<StoreRow> row;
+      // A name that would leave the documents folder is never looked up: the ad counts
+      // as not cached, and the store is refreshed as for any missing video.
+      if (fileName && isPlainVideoFileName(*fileName) && tnDataManager) {
+        const StoreRows rows =
+            *tnDataManager->loadDataFromDB(formatAt(sql::kSelectPlayableAdvert, {adid, fileName}));
+        if (!rows.empty()) row = rows.front();
+      }
+      if (!row) {
+        prepareAD_TNSDK();
+        if (singleAd) break;
+        continue;
+      }
+
+      // The row's own file name is not compared with the served one: the query already
+      // matched on it.
+      Text rule = stringForKeyPath(ad, kFrequencyRulePath);
+      if (rule) rule = collapseBlanksAndTabs(*rule);
+      const auto path = getFreqPassVideoPath(rule, *fileName, adid);
+      if (!path) continue;  // a single ad ends the loop here as well
+
+      tnADPlayStart(*path, ad);
+      played = true;
+      break;
+    }
+  } catch (...) {
+    reportNoAdUnlessPlayed();
+    throw;
+  }
+  reportNoAdUnlessPlayed();
+}
 
 }  // namespace tovani

@@ -21,6 +21,9 @@
 //  - Elements nested deeper than kMaxDepth stop the parser. The tree is freed and walked
 //    recursively, so unbounded nesting would turn into unbounded stack use; VAST nests
 //    about ten levels.
+//  - More than kMaxNodes elements and attributes stop the parser. Each costs a map entry of
+//    a hundred bytes or more, so four megabytes of "<a/>" would otherwise grow into a tree
+//    of a few hundred megabytes; a 100 KB answer has about 3000.
 //
 // No namespace processing is asked for: element and attribute names are kept as written,
 // prefixes included.
@@ -38,6 +41,7 @@
 #endif
 #include <expat.h>
 
+#include <algorithm>
 #include <cstddef>
 
 #include "util/PlatformError.hpp"
@@ -48,6 +52,8 @@ namespace {
 
 constexpr std::size_t kMaxDocumentBytes = 4U * 1024U * 1024U;
 constexpr int kMaxDepth = 256;
+constexpr int kMaxNodes = 100000;
+constexpr std::size_t kArenaBytesPerDocumentByte = 3;
 constexpr float kMaxAmplification = 10.0F;
 constexpr unsigned long long kAmplificationThreshold = 1024U * 1024U;  // NOLINT(runtime/int)
 
@@ -56,6 +62,7 @@ struct ParseContext {
   XMLController* controller;
   XML_Parser parser;
   int depth = 0;
+  int nodes = 0;
   bool stopped = false;
 
   void stop() {
@@ -71,7 +78,9 @@ void XMLCALL onStart(void* userData, const XML_Char* name, const XML_Char** attr
   ParseContext& ctx = contextOf(userData);
   // Expat may still deliver an event or two after a stop; they must not touch the tree.
   if (ctx.stopped) return;
-  if (++ctx.depth > kMaxDepth) {
+  ++ctx.nodes;
+  for (const XML_Char** a = attributes; *a != nullptr; a += 2) ++ctx.nodes;
+  if (++ctx.depth > kMaxDepth || ctx.nodes > kMaxNodes) {
     ctx.stop();
     return;
   }
@@ -120,9 +129,16 @@ bool XMLController::parseXML(const std::optional<std::string>& document) {
   stringXMLParsing_.reset();
   dicRoot_ = XmlValue();
   dictionaryStack_.clear();
-  dictionaryStack_.push_back(std::make_shared<XmlMap>());
-
+  container_.reset();
+  arena_.reset();
   if (!document || document->size() > kMaxDocumentBytes) return false;
+
+  // A tree takes a few times the size of its document; starting the arena near that size
+  // saves most of its growth steps.
+  arena_ = std::make_shared<std::pmr::monotonic_buffer_resource>(
+      std::max<std::size_t>(4096, document->size() * kArenaBytesPerDocumentByte));
+  container_ = newMap();
+  dictionaryStack_.push_back(container_.get());
 
   // The text arrives decoded; its bytes are UTF-8 whatever the declaration claims.
   ExpatParser parser;
@@ -140,24 +156,60 @@ bool XMLController::parseXML(const std::optional<std::string>& document) {
   const bool ok = XML_Parse(p, document->data(), static_cast<int>(document->size()),
                             XML_TRUE) == XML_STATUS_OK &&
                   !ctx.stopped;
+  // The tree keeps its arena alive through its maps; the builder lets go of it either way.
+  arena_.reset();
   if (!ok) {
     parseErrorOccurred();
+    dictionaryStack_.clear();
+    container_.reset();
     return false;
   }
-  const XmlMap& container = *dictionaryStack_.front();
-  dicRoot_ = container.size() == 1 ? container.begin()->second : XmlValue(dictionaryStack_.front());
+  dicRoot_ = container_->size() == 1 ? container_->begin()->second : XmlValue(container_);
   return true;
+}
+
+namespace {
+
+// Hands out memory from one tree's arena and keeps that arena alive for as long as any map
+// allocated with it (each map's control block holds a copy). Freeing is a no-op: the arena
+// returns everything at once when the last map of the tree goes.
+template <class T>
+struct ArenaAllocator {
+  using value_type = T;
+  std::shared_ptr<std::pmr::monotonic_buffer_resource> arena;
+
+  explicit ArenaAllocator(std::shared_ptr<std::pmr::monotonic_buffer_resource> a)
+      : arena(std::move(a)) {}
+  template <class U>
+  ArenaAllocator(const ArenaAllocator<U>& other) : arena(other.arena) {}  // NOLINT
+  T* allocate(std::size_t n) {
+    return static_cast<T*>(arena->allocate(n * sizeof(T), alignof(T)));
+  }
+  void deallocate(T* /*p*/, std::size_t /*n*/) noexcept {}
+  template <class U>
+  bool operator==(const ArenaAllocator<U>& other) const {
+    return arena == other.arena;
+  }
+};
+
+}  // namespace
+
+std::shared_ptr<XmlMap> XMLController::newMap() {
+  // Outside a parse (the builder driven directly) maps come from the ordinary heap.
+  if (!arena_) return std::make_shared<XmlMap>();
+  return std::allocate_shared<XmlMap>(ArenaAllocator<XmlMap>(arena_),
+                                      XmlMap::allocator_type(arena_.get()));
 }
 
 void XMLController::didStartElement(
     const std::string& name, const std::vector<std::pair<std::string, std::string>>& attributes) {
-  auto element = std::make_shared<XmlMap>();
+  auto element = newMap();
   for (const auto& [key, value] : attributes) element->insert_or_assign(key, value);
   enterElement(name, std::move(element));
 }
 
 void XMLController::didStartElementFlat(std::string_view name, const char* const* nameValuePairs) {
-  auto element = std::make_shared<XmlMap>();
+  auto element = newMap();
   // Expat passes name/value pairs and repeats no name.
   for (const char* const* a = nameValuePairs; a != nullptr && *a != nullptr; a += 2) {
     element->try_emplace(a[0], std::string(a[1]));
@@ -166,22 +218,27 @@ void XMLController::didStartElementFlat(std::string_view name, const char* const
 }
 
 void XMLController::enterElement(std::string name, std::shared_ptr<XmlMap> element) {
+  if (dictionaryStack_.empty()) {
+    container_ = newMap();
+    dictionaryStack_.push_back(container_.get());
+  }
+  XmlMap* raw = element.get();
   XmlMap& parent = *dictionaryStack_.back();
-  auto [it, inserted] = parent.try_emplace(std::move(name), element);
+  auto [it, inserted] = parent.try_emplace(std::move(name), std::move(element));
   if (!inserted) {
     if (XmlList* siblings = it->second.list()) {
-      siblings->emplace_back(element);
+      siblings->emplace_back(std::move(element));
     } else {
       // An earlier sibling's map, or an attribute of the same name: both become the
       // first entry of the list.
       auto list = std::make_shared<XmlList>();
       list->reserve(4);
       list->push_back(std::move(it->second));
-      list->emplace_back(element);
+      list->emplace_back(std::move(element));
       it->second = XmlValue(std::move(list));
     }
   }
-  dictionaryStack_.push_back(std::move(element));
+  dictionaryStack_.push_back(raw);
   // Text before a child's start is dropped: only what follows the last child is kept.
   if (stringXMLParsing_) stringXMLParsing_->clear();
 }
@@ -198,7 +255,8 @@ void XMLController::didEndElement() {
   if (dictionaryStack_.size() <= 1) return;
   if (stringXMLParsing_ && !stringXMLParsing_->empty()) {
     // Copied, not moved, so that the buffer keeps its capacity for the next element.
-    dictionaryStack_.back()->insert_or_assign("text", *stringXMLParsing_);
+    static const std::string kText = "text";
+    dictionaryStack_.back()->insert_or_assign(kText, *stringXMLParsing_);
     stringXMLParsing_->clear();
   }
   dictionaryStack_.pop_back();

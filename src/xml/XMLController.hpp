@@ -1,5 +1,6 @@
 #pragma once
 #include <memory>
+#include <memory_resource>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -41,9 +42,15 @@ class XMLController {
 
  private:
   std::optional<std::string> stringXMLParsing_;
-  std::vector<std::shared_ptr<XmlMap>> dictionaryStack_;
+  // Open elements; element 0 is the document container, owned by container_. Every map is
+  // owned by its parent's entry, so the stack need not share ownership.
+  std::vector<XmlMap*> dictionaryStack_;
+  std::shared_ptr<XmlMap> container_;
+  // Where the maps of the tree being built are allocated (see XMLController.cpp).
+  std::shared_ptr<std::pmr::monotonic_buffer_resource> arena_;
   XmlValue dicRoot_;
 
+  std::shared_ptr<XmlMap> newMap();
   void enterElement(std::string name, std::shared_ptr<XmlMap> element);
 };
 

@@ -39,7 +39,7 @@ XmlValue lookUp(const XmlValue& value, std::string_view path, std::size_t pos) {
   if (m == nullptr) return {};
   std::size_t dot = path.find('.', pos);
   if (dot == std::string_view::npos) dot = path.size();
-  auto it = m->find(std::string(path.substr(pos, dot - pos)));
+  auto it = m->find(path.substr(pos, dot - pos));
   if (it == m->end()) return {};
   return lookUp(it->second, path, dot + 1);
 }

@@ -1,5 +1,6 @@
 #pragma once
 #include <map>
+#include <memory_resource>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,7 +11,19 @@
 namespace tovani {
 
 class XmlValue;
-using XmlMap = std::map<std::string, XmlValue>;
+// Key order inside an element's map carries no meaning, so keys are ordered by length
+// first: most comparisons then end without looking at the characters. Transparent, so a
+// look-up needs no std::string.
+struct XmlKeyLess {
+  using is_transparent = void;
+  bool operator()(std::string_view a, std::string_view b) const noexcept {
+    return a.size() != b.size() ? a.size() < b.size() : a < b;
+  }
+};
+
+// Maps are polymorphic-allocator maps so that the parser can carve a whole tree from one
+// arena; a map made anywhere else uses the ordinary heap.
+using XmlMap = std::pmr::map<std::string, XmlValue, XmlKeyLess>;
 using XmlList = std::vector<XmlValue>;
 
 // A node of the XML tree: none, a string (text or attribute value), a map (an element) or

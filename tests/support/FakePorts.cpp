@@ -24,7 +24,7 @@ std::optional<double> FakeDevice::fileCreationTime(const std::string& path) cons
   std::error_code ec;
   const auto written = std::filesystem::last_write_time(path, ec);
   if (ec) return std::nullopt;
-  const auto system = std::chrono::clock_cast<std::chrono::system_clock>(written);
+  const auto system = std::chrono::file_clock::to_sys(written);
   return std::chrono::duration<double>(system.time_since_epoch()).count();
 }
 

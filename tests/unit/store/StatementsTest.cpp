@@ -37,9 +37,9 @@ TEST(StatementTexts, FormatToTheExactTextsSent) {
   EXPECT_EQ(formatAt(sql::kSelectAdvert, {"A1", "v.mp4"}),
             "select * from tn_adverts where ads_no ='A1' and video_filename = 'v.mp4'");
   EXPECT_EQ(
-      formatAt(sql::kInsertAdvert, {"c1",  "c2",  "c3",  "c4",  "c5",  "c6",  "c7",  "c8",
-                                    "c9",  "c10", "c11", "c12", "c13", "c14", "c15", "c16",
-                                    "c17", "c18", "c19", "c20", "c21", "c22", "c23"}),
+      formatAt(sql::kInsertAdvert,
+               {"c1",  "c2",  "c3",  "c4",  "c5",  "c6",  "c7",  "c8",  "c9",  "c10", "c11", "c12",
+                "c13", "c14", "c15", "c16", "c17", "c18", "c19", "c20", "c21", "c22", "c23"}),
       "insert into tn_adverts(ads_no, slot, url, start, end, policy_campaign, policy_product, "
       "sources_code, sources_start, sources_end, sources_value, sources_policy_duration, "
       "sources_policy_width, sources_policy_height, sources_policy_mimetype, "
@@ -80,11 +80,29 @@ class CatalogueTest : public StoreTest {
   }
   void insertAdvert(const std::string& adsNo, const std::string& videoFile,
                     const std::string& campaign = "camp") {
-    store->executeQuery(formatAt(
-        sql::kInsertAdvert,
-        {adsNo, "SLOT", "https://ad/", "20240101", "20241231", campaign, "prod", "code", "s", "e",
-         "https://cdn.example/v/" + videoFile + "?k=1", "15", "1280", "720", "video/mp4", "1",
-         "imp", "click", "ext", "skip", "end", "mid", videoFile}));
+    store->executeQuery(formatAt(sql::kInsertAdvert, {adsNo,
+                                                      "SLOT",
+                                                      "https://ad/",
+                                                      "20240101",
+                                                      "20241231",
+                                                      campaign,
+                                                      "prod",
+                                                      "code",
+                                                      "s",
+                                                      "e",
+                                                      "https://cdn.example/v/" + videoFile + "?k=1",
+                                                      "15",
+                                                      "1280",
+                                                      "720",
+                                                      "video/mp4",
+                                                      "1",
+                                                      "imp",
+                                                      "click",
+                                                      "ext",
+                                                      "skip",
+                                                      "end",
+                                                      "mid",
+                                                      videoFile}));
   }
   std::shared_ptr<StoreRows> query(const char* format, std::initializer_list<Text> args = {}) {
     return store->loadDataFromDB(formatAt(format, args));
@@ -167,8 +185,8 @@ TEST_F(CatalogueTest, ImpressionsCountAgainstThePeriodCap) {
   EXPECT_EQ(rawRows(storePath(), "select ads_no, strftime('%Y%m%d', reg_date) from tn_ads_freq"),
             (Rows{{"A1", today}, {"A1", today}, {"B2", today}}));
 
-  const auto capReached = [&](const std::string& ad, const std::string& from,
-                              const std::string& to, const std::string& cap) {
+  const auto capReached = [&](const std::string& ad, const std::string& from, const std::string& to,
+                              const std::string& cap) {
     return *query(sql::kSelectPeriodCapReached, {ad, from, to, cap, from, to});
   };
   EXPECT_EQ(capReached("A1", today, today, "2"), (Rows{{"2", "A1"}}));

@@ -94,8 +94,8 @@ inline std::string rawValue(const std::filesystem::path& db, const std::string& 
 
 // Writes the store the ad server ships, with its tables empty.
 inline void createStore(const std::filesystem::path& db) {
-  const std::string schema = readFile(std::filesystem::path(TOVANI_SOURCE_DIR) / "schema" /
-                                      "tovani_store.sql");
+  const std::string schema =
+      readFile(std::filesystem::path(TOVANI_SOURCE_DIR) / "schema" / "tovani_store.sql");
   ASSERT_FALSE(schema.empty());
   rawExec(db, schema);
 }
@@ -104,8 +104,8 @@ class StoreTest : public ::testing::Test {
  protected:
   std::filesystem::path storePath() const { return folder.path() / kStoreFilename; }
   std::unique_ptr<tovaniSQL> openStore(std::optional<std::string> resources = std::nullopt) {
-    return std::make_unique<tovaniSQL>(folder.path().string(), kStoreFilename,
-                                       std::move(resources), log);
+    return std::make_unique<tovaniSQL>(folder.path().string(), kStoreFilename, std::move(resources),
+                                       log);
   }
 
   TempFolder folder;

@@ -28,20 +28,20 @@ TEST(Reachability, ClassifiesFlags) {
 }
 
 TEST(Reachability, ReadsTheInternetFlagsOfTheSource) {
-  const auto wifi = Reachability::reachabilityForInternetConnection(
-      std::make_shared<FixedFlags>(0x2));
+  const auto wifi =
+      Reachability::reachabilityForInternetConnection(std::make_shared<FixedFlags>(0x2));
   EXPECT_EQ(wifi->currentReachabilityStatus(), ReachableViaWiFi);
   EXPECT_FALSE(wifi->connectionRequired());
 
-  const auto vpn = Reachability::reachabilityForInternetConnection(
-      std::make_shared<FixedFlags>(0x6));
+  const auto vpn =
+      Reachability::reachabilityForInternetConnection(std::make_shared<FixedFlags>(0x6));
   EXPECT_EQ(vpn->currentReachabilityStatus(), NotReachable);
   EXPECT_TRUE(vpn->connectionRequired());
 }
 
 TEST(Reachability, UnreadableFlagsMeanNotReachable) {
-  const auto unreadable = Reachability::reachabilityForInternetConnection(
-      std::make_shared<FixedFlags>(std::nullopt));
+  const auto unreadable =
+      Reachability::reachabilityForInternetConnection(std::make_shared<FixedFlags>(std::nullopt));
   EXPECT_EQ(unreadable->currentReachabilityStatus(), NotReachable);
   EXPECT_FALSE(unreadable->connectionRequired());
 

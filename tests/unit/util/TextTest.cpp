@@ -84,8 +84,8 @@ TEST(StringBoolValue, ReadsLikeThePlatform) {
                           "\n y", "Tomato", "12abc"}) {
     EXPECT_TRUE(stringBoolValue(std::string(yes))) << yes;
   }
-  for (const char* no : {"", "false", "no", "0", "000", "-0", "+", "a1", " ", "on", "+-1",
-                         "0x1", ".5"}) {
+  for (const char* no :
+       {"", "false", "no", "0", "000", "-0", "+", "a1", " ", "on", "+-1", "0x1", ".5"}) {
     EXPECT_FALSE(stringBoolValue(std::string(no))) << no;
   }
   EXPECT_FALSE(stringBoolValue(std::nullopt));

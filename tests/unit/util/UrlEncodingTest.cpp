@@ -69,10 +69,5 @@ TEST(PercentDecode, DecodesWellFormedEscapesOnly) {
   EXPECT_EQ(percentDecode("%00"), std::string(1, '\0'));
 }
 
-TEST(IsEmpty, OnlyTheEmptyString) {
-  EXPECT_TRUE(isEmpty(""));
-  EXPECT_FALSE(isEmpty(" "));
-}
-
 }  // namespace
 }  // namespace tovani

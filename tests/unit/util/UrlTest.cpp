@@ -56,9 +56,10 @@ TEST(ParseUrl, HostOfLandingAndBridgeLinks) {
 }
 
 TEST(ParseUrl, RejectsTextThatIsNotAUrl) {
-  for (const std::string_view bad :
-       {"http://h/a b.mp4", "http://h/<x>", "http://[::1/x", "ht tp://h", "http://h/\x01",
-        "http://h:port/", "%zz", std::string_view("http://h/\0x", 11)}) {
+  const std::string_view rejected[] = {
+      "http://h/a b.mp4", "http://h/<x>",   "http://[::1/x", "ht tp://h",
+      "http://h/\x01",    "http://h:port/", "%zz",           std::string_view("http://h/\0x", 11)};
+  for (const std::string_view bad : rejected) {
     EXPECT_FALSE(parseUrl(bad)) << bad;
     EXPECT_FALSE(lastPathComponentOfUrl(bad)) << bad;
   }

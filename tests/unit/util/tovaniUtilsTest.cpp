@@ -78,13 +78,13 @@ class RequestHelpers : public ::testing::Test {
 
 TEST_F(RequestHelpers, DataRequestIsAGetWithAShortIdleTimeoutOverAnyNetwork) {
   std::vector<std::string> bodies;
-  tovaniUtils::requestNetwork(platform, "http://h/list?xml=json",
-                              [&](std::string body, HttpResponse response,
-                                  std::optional<HttpError> error) {
-                                EXPECT_EQ(response.status, 200);
-                                EXPECT_FALSE(error);
-                                bodies.push_back(body);
-                              });
+  tovaniUtils::requestNetwork(
+      platform, "http://h/list?xml=json",
+      [&](std::string body, HttpResponse response, std::optional<HttpError> error) {
+        EXPECT_EQ(response.status, 200);
+        EXPECT_FALSE(error);
+        bodies.push_back(body);
+      });
   ASSERT_EQ(http->dataRequests.size(), 1u);
   const DataRequest& sent = http->dataRequests[0];
   EXPECT_EQ(sent.url, "http://h/list?xml=json");
@@ -117,12 +117,12 @@ TEST_F(RequestHelpers, AnErrorThrownByTheCompletionIsContainedAndLogged) {
                               [](std::string, HttpResponse, std::optional<HttpError>) {
                                 throw std::out_of_range("index 1 beyond bounds");
                               });
-  tovaniUtils::requestDownload(platform, "http://h/db",
-                               [](std::optional<std::string>, HttpResponse,
-                                  std::optional<HttpError>) { throw 42; });
+  tovaniUtils::requestDownload(
+      platform, "http://h/db",
+      [](std::optional<std::string>, HttpResponse, std::optional<HttpError>) { throw 42; });
   EXPECT_NO_THROW(http->dataCompletions[0]("<VAST/>", HttpResponse{200, {}}, std::nullopt));
-  EXPECT_NO_THROW(http->downloadCompletions[0](std::nullopt, HttpResponse{},
-                                               HttpError{28, "timed out"}));
+  EXPECT_NO_THROW(
+      http->downloadCompletions[0](std::nullopt, HttpResponse{}, HttpError{28, "timed out"}));
   ASSERT_EQ(log->lines.size(), 2u);
   EXPECT_NE(log->lines[0].find("index 1 beyond bounds"), std::string::npos);
 }

@@ -98,5 +98,21 @@ TEST(XmlSafety, NestingAndSizeAreBounded) {
   EXPECT_TRUE(controller.dicRoot().isNone());
 }
 
+TEST(XmlSafety, ElementCountIsBounded) {
+  // Tiny elements cost far more as a tree than as text: a cap on their number bounds the
+  // memory of a document that is small enough to be accepted.
+  auto flat = [](int elements, const char* element) {
+    std::string doc = "<VAST>";
+    for (int i = 0; i < elements; ++i) doc += element;
+    return doc + "</VAST>";
+  };
+  XMLController controller;
+  ASSERT_TRUE(controller.parseXML(flat(5000, "<Ad id=\"1\"/>")));
+  EXPECT_EQ(controller.arrayWithKey("Ad").size(), 5000U);
+  EXPECT_FALSE(controller.parseXML(flat(100001, "<a/>")));
+  EXPECT_TRUE(controller.dicRoot().isNone());
+  EXPECT_FALSE(controller.parseXML(flat(34000, "<a b='' c=''/>")));
+}
+
 }  // namespace
 }  // namespace tovani

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -105,6 +106,20 @@ TEST(XmlTreeShape, FailedOrMissingDocumentLeavesNoTree) {
     EXPECT_FALSE(controller.parseXML(std::string(bad))) << bad;
     EXPECT_TRUE(controller.dicRoot().isNone()) << bad;
   }
+}
+
+TEST(XmlTreeShape, PartsOfTheTreeOutliveTheDocumentAndTheParser) {
+  XmlValue tracking;
+  {
+    auto controller = std::make_unique<XMLController>();
+    ASSERT_TRUE(controller->parseXML(
+        "<VAST><Ad><T e=\"start\">http://t.example/a-long-enough-url</T><T e=\"end\"/></Ad></VAST>"));
+    tracking = controller->dicRoot()["Ad"]["T"];
+    ASSERT_TRUE(controller->parseXML("<other/>"));
+  }
+  ASSERT_TRUE(tracking.isList());
+  EXPECT_EQ(stringForKeyPath((*tracking.list())[0], "text"), "http://t.example/a-long-enough-url");
+  EXPECT_EQ(stringForKeyPath((*tracking.list())[1], "e"), "end");
 }
 
 TEST(XmlTreeShape, ElementNamesKeepTheirPrefixes) {

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,21 +22,6 @@ struct HostNames {
 };
 HostNames compiledHostNames();
 
-struct Options {
-  // Scenario: `scenarioText` (JSON) wins when not empty, then `scenarioFile`; with
-  // neither, the built-in default scenario is served.
-  std::filesystem::path scenarioFile;
-  std::string scenarioText;
-  std::string bindAddress = "127.0.0.1";
-  int httpPort = 0;  // 0 picks a free port
-  int httpsPort = 0;
-  // Where the CA file and temporary store files go. Empty: a fresh folder under the
-  // system temporary folder, removed again when the server is destroyed.
-  std::filesystem::path stateDir;
-  // Videos and images. Empty: the fixtures folder of the source tree.
-  std::filesystem::path fixturesDir;
-};
-
 // One request as the server received it. Control requests (paths under /__) are not kept.
 struct LoggedRequest {
   std::uint64_t id = 0;
@@ -49,6 +35,24 @@ struct LoggedRequest {
   int status = 0;     // 0 while the answer is still pending (a stall, for example)
   double time = 0;    // seconds since the server started
   double epoch = 0;   // seconds since 1970
+};
+
+struct Options {
+  // Scenario: `scenarioText` (JSON) wins when not empty, then `scenarioFile`; with
+  // neither, the built-in default scenario is served.
+  std::filesystem::path scenarioFile;
+  std::string scenarioText;
+  std::string bindAddress = "127.0.0.1";
+  int httpPort = 0;  // 0 picks a free port
+  int httpsPort = 0;
+  // Where the CA file and temporary store files go. Empty: a fresh folder under the
+  // system temporary folder, removed again when the server is destroyed.
+  std::filesystem::path stateDir;
+  // Videos and images. Empty: the fixtures folder of the source tree.
+  std::filesystem::path fixturesDir;
+  // Called on a serving thread after each answer (control requests excepted); the
+  // command-line server prints them. Must be quick and thread-safe.
+  std::function<void(const LoggedRequest&)> onRequest;
 };
 
 class AdServer {

@@ -1,0 +1,71 @@
+// Fuzz target: arbitrary ad-list bodies reach the sync's completion on the test platform, which
+// stores adverts and starts the video queue. Every video download succeeds, so hostile names
+// really become files; the checks below catch any that lands where it must not.
+//
+// Build and run by hand from the repository root:
+//   mkdir -p build/fuzz && clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined \
+//     -Iinclude -Isrc -Itests -DTOVANI_SOURCE_DIR="\"$PWD\"" \
+//     -DTOVANI_PRODUCTION_HOST='"ads.tovani.example"'
+//     -DTOVANI_TEST_HOST='"test-ads.tovani.example"' \
+//     -DTOVANI_CDN_URL='"https://cdn.tovani.example/sdk/"' \
+//     tests/fuzz/fuzz_adlist.cpp src/util/*.cpp src/net/*.cpp src/store/*.cpp src/xml/*.cpp \
+//     src/sdk/*.cpp src/viewer/*.cpp tests/support/{TestPlatform,FakePorts,ScriptedHttp}.cpp \
+//     tests/support/{ScriptedPlayer,VirtualMainQueue,InventoryFixture}.cpp \
+//     $(pkg-config --cflags --libs sqlite3 expat liburiparser) -o build/fuzz/fuzz_adlist
+//   build/fuzz/fuzz_adlist -max_total_time=60 -max_len=65536 build/fuzz/corpus
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "support/InventoryFixture.hpp"
+#include "viewer/video_files.hpp"
+
+namespace {
+
+using tovani::test::InventoryWorld;
+
+// One started SDK for the whole run; its documents folder goes when the process exits.
+InventoryWorld& world() {
+  static InventoryWorld w;
+  static const bool started = [] {
+    w.createStore();
+    w.answerAdList("{}");
+    w.start();
+    w.tp.runUntilIdle();
+    return true;
+  }();
+  (void)started;
+  return w;
+}
+
+// Only the store, its side files and safely named videos may sit in the documents folder.
+void checkDocumentsFolder(const InventoryWorld& w) {
+  for (const auto& entry : std::filesystem::directory_iterator(w.tp.documents())) {
+    const std::string name = entry.path().filename().string();
+    if (name.rfind("tnad_005.data", 0) == 0) continue;
+    if (tovani::videoFileNameProblem(name, "tnad_005.data")) std::abort();
+    std::filesystem::remove(entry.path());
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  InventoryWorld& w = world();
+  w.tp.http->clearRoutes();
+  w.tp.http->clearRecorded();
+  w.tp.http->on([](const std::string&) { return true; }, tovani::test::answer("video"));
+  w.answerAdList(std::string(reinterpret_cast<const char*>(data), size));
+
+  w.viewer()->getTNJsonList();
+  w.tp.runUntilIdle();
+
+  for (const auto& url : w.downloadUrls()) {
+    if (!tovani::isDownloadableUrl(url)) std::abort();
+  }
+  checkDocumentsFolder(w);
+  // Keep every run independent and the store small.
+  tovani::test::execOnStore(w.storePath(), "delete from tn_adverts; delete from tn_device");
+  return 0;
+}

@@ -1,0 +1,84 @@
+#pragma once
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The demo host: runs the SDK as an app would, against the development ad server started
+// in-process on loopback, and reports what the host and the server saw.
+namespace tovani::demo {
+
+// What the viewer of the ad does, in media seconds of the showing.
+struct ViewerActions {
+  std::optional<double> skipAt;        // tap the skip button once it is active at or after N s
+  std::optional<double> actionAt;      // tap the action button once it shows at or after N s
+  std::optional<double> backgroundAt;  // leave the app at N s ...
+  double backgroundFor = 0;            // ... and come back after this many seconds
+  // The end-card link to follow: close, reload (then close), install (then close), tel, geo,
+  // outbound, inhost (then close), none (stay until the time limit).
+  std::string endCardLink = "close";
+};
+
+struct DemoOptions {
+  std::string scenarioFile;         // empty: the server's built-in default scenario
+  std::optional<std::string> adId;  // serve this ad first
+  double speed = 4.0;               // media seconds per wall-clock second
+  ViewerActions actions;
+  int showings = 1;
+  bool inventoryOnly = false;
+  // Server faults (the ad server's fault-switch JSON) applied before start-up / before the
+  // first showing.
+  std::string faultsAtStart;
+  std::string faultsBeforeShow;
+  bool devType = false;
+  std::string mediaCode = "DEMO_MEDIA";
+  std::string slotCode = "DEMO_SLOT";
+  std::string documentsDirectory;  // empty: a fresh folder, removed afterwards (a cold start)
+  double inventoryTimeoutSeconds = 30;
+  double showingTimeoutSeconds = 120;  // wall-clock seconds per showing
+  std::string timelineFile;            // .svg or .html; empty: none
+  bool verbose = false;                // SDK log lines too
+  bool progressOnTerminal = false;     // redraw one progress line instead of printing lines
+  std::function<void(const std::string&)> out;  // every line of output; empty: stdout
+};
+
+struct TimelineEvent {
+  double at = 0;     // seconds since tovaniShow, media-time scale
+  std::string lane;  // "beacon", "stage", "countdown", "result", "action", "endcard"
+  std::string label;
+};
+
+struct Beacon {
+  double at = 0;  // seconds since tovaniShow (wall clock × speed)
+  std::string method;
+  std::string route;
+  std::string path;
+  std::string query;
+  std::string body;
+};
+
+struct ShowingReport {
+  std::optional<int32_t> result;    // the callback, if one came
+  std::optional<int32_t> expected;  // what the options predict, when they predict one
+  std::string adId;                 // the ad that played, if one did
+  bool skippable = false;
+  double duration = 0;
+  std::vector<TimelineEvent> timeline;
+  std::vector<Beacon> requests;         // every request the server received during the showing
+  std::vector<std::string> openedUrls;  // URLs handed to the host to open
+};
+
+struct DemoReport {
+  bool ok = false;
+  std::string message;             // why not ok, or a one-line summary
+  std::vector<int32_t> callbacks;  // every callback in order, start-up ones included
+  bool inventoryReady = false;
+  int videosCached = 0;
+  std::vector<ShowingReport> showings;
+  std::vector<Beacon> allRequests;  // everything the server received
+};
+
+DemoReport runDemo(const DemoOptions& options);
+
+}  // namespace tovani::demo

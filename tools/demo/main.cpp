@@ -1,0 +1,59 @@
+// tovani-demo: a host app in a terminal. Starts the development ad server on loopback,
+// points the Linux platform at it and runs whole showings as a user would see them.
+#include <unistd.h>
+
+#include <cxxopts.hpp>
+#include <iostream>
+
+#include "tovani/demo/Demo.hpp"
+
+int main(int argc, char** argv) {
+  cxxopts::Options cli("tovani-demo", "Runs a whole ad showing against the bundled ad server");
+  // clang-format off
+  cli.add_options()
+    ("scenario", "scenario file (JSON); default: the built-in scenario", cxxopts::value<std::string>())
+    ("ad", "serve this ad id first", cxxopts::value<std::string>())
+    ("speed", "media seconds per wall-clock second", cxxopts::value<double>()->default_value("4"))
+    ("skip-at", "tap skip at N s (once it is active)", cxxopts::value<double>())
+    ("action-at", "tap the action button at N s", cxxopts::value<double>())
+    ("background-at", "leave the app at N s", cxxopts::value<double>())
+    ("background-for", "come back after M s", cxxopts::value<double>()->default_value("5"))
+    ("endcard-link", "close|reload|install|tel|geo|outbound|inhost|none",
+     cxxopts::value<std::string>()->default_value("close"))
+    ("showings", "number of showings", cxxopts::value<int>()->default_value("1"))
+    ("inventory-only", "stop once the videos are cached")
+    ("timeline", "write the timeline picture here (.svg or .html)",
+     cxxopts::value<std::string>()->default_value("tovani-timeline.svg"))
+    ("verbose", "print the SDK's log lines too")
+    ("h,help", "this help");
+  // clang-format on
+  try {
+    const auto args = cli.parse(argc, argv);
+    if (args.count("help")) {
+      std::cout << cli.help() << std::endl;
+      return 0;
+    }
+    tovani::demo::DemoOptions options;
+    if (args.count("scenario")) options.scenarioFile = args["scenario"].as<std::string>();
+    if (args.count("ad")) options.adId = args["ad"].as<std::string>();
+    options.speed = args["speed"].as<double>();
+    if (options.speed <= 0 || options.speed > 32)
+      throw std::runtime_error("--speed must be in (0, 32]");
+    if (args.count("skip-at")) options.actions.skipAt = args["skip-at"].as<double>();
+    if (args.count("action-at")) options.actions.actionAt = args["action-at"].as<double>();
+    if (args.count("background-at"))
+      options.actions.backgroundAt = args["background-at"].as<double>();
+    options.actions.backgroundFor = args["background-for"].as<double>();
+    options.actions.endCardLink = args["endcard-link"].as<std::string>();
+    options.showings = args["showings"].as<int>();
+    options.inventoryOnly = args.count("inventory-only") > 0;
+    options.timelineFile = args["timeline"].as<std::string>();
+    options.verbose = args.count("verbose") > 0;
+    options.progressOnTerminal = isatty(STDOUT_FILENO) != 0;
+    const auto report = tovani::demo::runDemo(options);
+    return report.ok ? 0 : 1;
+  } catch (const std::exception& e) {
+    std::cerr << "tovani-demo: " << e.what() << std::endl;
+    return 2;
+  }
+}
