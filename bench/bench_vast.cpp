@@ -13,8 +13,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <utility>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "xml/XMLController.hpp"
@@ -31,11 +31,12 @@ struct Document {
 
 std::vector<Document> loadCorpus() {
   std::vector<Document> docs;
-  for (const auto& entry : fs::directory_iterator(fs::path(TOVANI_SOURCE_DIR) / "tests/data/vast")) {
+  for (const auto& entry :
+       fs::directory_iterator(fs::path(TOVANI_SOURCE_DIR) / "tests/data/vast")) {
     if (entry.path().extension() != ".xml") continue;
     std::string text(fs::file_size(entry.path()), '\0');
-    std::ifstream(entry.path(), std::ios::binary).read(text.data(),
-                                                       static_cast<std::streamsize>(text.size()));
+    std::ifstream(entry.path(), std::ios::binary)
+        .read(text.data(), static_cast<std::streamsize>(text.size()));
     docs.push_back({entry.path().stem().string(), std::move(text)});
   }
   std::sort(docs.begin(), docs.end(),
@@ -48,7 +49,9 @@ const std::vector<Document>& corpus() {
   return docs;
 }
 
-bool isLarge(const Document& d) { return d.text.size() > 50 * 1024; }
+bool isLarge(const Document& d) {
+  return d.text.size() > 50 * 1024;
+}
 
 // What ad selection and playback start read from each ad.
 void treeAndRead(const std::string& text) {
@@ -56,8 +59,8 @@ void treeAndRead(const std::string& text) {
   benchmark::DoNotOptimize(controller.parseXML(text));
   for (const tovani::XmlValue& ad : controller.arrayWithKey("Ad")) {
     benchmark::DoNotOptimize(tovani::valueForKeyPath(ad, "id"));
-    benchmark::DoNotOptimize(tovani::valueForKeyPath(
-        ad, "InLine.Creatives.Creative.Linear.MediaFiles.MediaFile.text"));
+    benchmark::DoNotOptimize(
+        tovani::valueForKeyPath(ad, "InLine.Creatives.Creative.Linear.MediaFiles.MediaFile.text"));
     benchmark::DoNotOptimize(
         tovani::valueForKeyPath(ad, "InLine.Creatives.Creative.Linear.TrackingEvents.Tracking"));
   }

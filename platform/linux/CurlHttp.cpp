@@ -36,6 +36,22 @@ size_t onBlockingBody(char* data, size_t size, size_t count, void* user) {
   return length;
 }
 
+// A downloaded file handed to a completion, removed once the completion is over.
+class Leftover {
+ public:
+  explicit Leftover(std::string path) : path_(std::move(path)) {}
+  Leftover(const Leftover&) = delete;
+  Leftover& operator=(const Leftover&) = delete;
+  ~Leftover() { remove(); }
+  void remove() {
+    if (!path_.empty()) ::unlink(path_.c_str());
+    path_.clear();
+  }
+
+ private:
+  std::string path_;
+};
+
 }  // namespace
 
 struct CurlHttp::Impl {
@@ -82,9 +98,8 @@ struct CurlHttp::Impl {
       case Transfer::Kind::Beacon:
         return;
       case Transfer::Kind::Data:
-        mainQueue->post([done = std::move(transfer->dataDone), result = std::move(result)]() {
-          done(result);
-        });
+        mainQueue->post(
+            [done = std::move(transfer->dataDone), result = std::move(result)]() { done(result); });
         return;
       case Transfer::Kind::Download:
         break;
@@ -100,17 +115,13 @@ struct CurlHttp::Impl {
       ::unlink(transfer->file.path.c_str());
       transfer->file.path.clear();
     }
-    mainQueue->post([done = std::move(transfer->downloadDone), path,
+    // The caller moves the file into place during the call; whatever is still there when it
+    // returns, or when the completion is dropped unrun, was not wanted.
+    auto leftover = path ? std::make_shared<Leftover>(*path) : nullptr;
+    mainQueue->post([done = std::move(transfer->downloadDone), path, leftover,
                      response = std::move(result.response), error = std::move(result.error)]() {
-      // The caller moves the file into place during the call; anything still there after it
-      // returns was not wanted.
-      struct RemoveAfter {
-        const std::optional<std::string>& file;
-        ~RemoveAfter() {
-          if (file) ::unlink(file->c_str());
-        }
-      } removeAfter{path};
       done(path, response, error);
+      if (leftover) leftover->remove();
     });
   }
 
@@ -215,8 +226,13 @@ CurlHttp::~CurlHttp() {
 
 void CurlHttp::dataRequest(DataRequest request, DataCompletion done) {
   impl_->record("data", request.method, request.url, request.allowsCellularAccess);
-  CurlRequest curl{std::move(request.url), std::move(request.method), std::move(request.body),
-                   request.idleTimeoutSeconds, request.allowsCellularAccess, true, 0};
+  CurlRequest curl{std::move(request.url),
+                   std::move(request.method),
+                   std::move(request.body),
+                   request.idleTimeoutSeconds,
+                   request.allowsCellularAccess,
+                   true,
+                   0};
   auto transfer = std::make_unique<Transfer>();
   transfer->dataDone = [done = std::move(done)](CurlResult result) {
     done(std::move(result.body), std::move(result.response), std::move(result.error));
@@ -294,6 +310,8 @@ std::vector<RequestRecord> CurlHttp::requestLog() const {
   return {impl_->log.begin(), impl_->log.end()};
 }
 
-const HttpOptions& CurlHttp::options() const { return impl_->options; }
+const HttpOptions& CurlHttp::options() const {
+  return impl_->options;
+}
 
 }  // namespace tovani::linux

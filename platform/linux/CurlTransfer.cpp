@@ -155,8 +155,7 @@ void applyCommonOptions(CURL* easy, const HttpOptions& options, curl_slist* conn
   if (!options.caFile.empty()) curl_easy_setopt(easy, CURLOPT_CAINFO, options.caFile.c_str());
 }
 
-std::optional<TemporaryFile> createTemporaryFile(const std::string& directory,
-                                                 std::string* error) {
+std::optional<TemporaryFile> createTemporaryFile(const std::string& directory, std::string* error) {
   const std::filesystem::path folder =
       directory.empty() ? std::filesystem::temp_directory_path() : std::filesystem::path(directory);
   for (int attempt = 0; attempt < 16; ++attempt) {
@@ -201,7 +200,7 @@ bool Transfer::configure(const CurlRequest& request, const HttpOptions& options,
   curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, std::max(1L, std::lround(std::ceil(idleSeconds))));
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, std::max(1L, std::lround(idleSeconds * 1000)));
 
-  maxBytes = request.maxBytes != 0          ? request.maxBytes
+  maxBytes = request.maxBytes != 0              ? request.maxBytes
              : kind == Transfer::Kind::Download ? options.maxDownloadBytes
                                                 : options.maxBodyBytes;
   curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(maxBytes));
@@ -226,8 +225,8 @@ bool Transfer::configure(const CurlRequest& request, const HttpOptions& options,
 
 std::optional<SteadyClock::time_point> Transfer::idleDeadline() const {
   if (!connected) return std::nullopt;
-  return lastActivity +
-         std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(idleSeconds));
+  return lastActivity + std::chrono::duration_cast<SteadyClock::duration>(
+                            std::chrono::duration<double>(idleSeconds));
 }
 
 CurlResult Transfer::result(CURLcode code, bool timedOutIdle) {
@@ -245,7 +244,8 @@ CurlResult Transfer::result(CURLcode code, bool timedOutIdle) {
     result.redirectUrl = text;
   }
   if (timedOutIdle) {
-    result.error = HttpError{kHttpErrorTimedOut, "no data for " + formatSeconds(idleSeconds) + " s"};
+    result.error =
+        HttpError{kHttpErrorTimedOut, "no data for " + formatSeconds(idleSeconds) + " s"};
   } else if (tooLarge || code == CURLE_FILESIZE_EXCEEDED) {
     result.error =
         HttpError{kHttpErrorTooLarge, "answer larger than " + std::to_string(maxBytes) + " bytes"};

@@ -14,7 +14,9 @@ namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-double toSeconds(gint64 nanoseconds) { return static_cast<double>(nanoseconds) / GST_SECOND; }
+double toSeconds(gint64 nanoseconds) {
+  return static_cast<double>(nanoseconds) / GST_SECOND;
+}
 
 bool initialiseGStreamer(std::string* error) {
   static std::once_flag once;
@@ -91,6 +93,7 @@ class PlayerState : public std::enable_shared_from_this<PlayerState> {
   GstElement* pipeline_ = nullptr;
   GSource* busWatch_ = nullptr;
   GstState state_ = GST_STATE_NULL;  // the pipeline's last reported state
+  bool wantsPlay_ = false;           // between play() and pause()
   bool prerolled_ = false;
   bool rateApplied_ = false;
   bool ended_ = false;
@@ -106,7 +109,9 @@ class PlayerState : public std::enable_shared_from_this<PlayerState> {
 
 using WeakState = std::weak_ptr<PlayerState>;
 
-void freeWeak(gpointer data) { delete static_cast<WeakState*>(data); }
+void freeWeak(gpointer data) {
+  delete static_cast<WeakState*>(data);
+}
 
 gboolean onBus(GstBus*, GstMessage* message, gpointer data) {
   if (auto state = static_cast<WeakState*>(data)->lock()) state->onMessage(message);
@@ -124,7 +129,9 @@ gboolean onTick(gpointer data) {
   return G_SOURCE_CONTINUE;
 }
 
-void freeTimer(gpointer data) { delete static_cast<TimerData*>(data); }
+void freeTimer(gpointer data) {
+  delete static_cast<TimerData*>(data);
+}
 
 void PlayerState::open(const std::string& path) {
   std::string error;
@@ -143,15 +150,16 @@ void PlayerState::open(const std::string& path) {
   }
   gst_object_ref_sink(pipeline_);
   const bool window = options_.videoOutput == VideoOutput::Window && displayAvailable();
-  g_object_set(pipeline_, "uri", uri, "video-sink", makeSink("autovideosink", window),
-               "audio-sink", makeSink("autoaudiosink", options_.audioOutput), nullptr);
+  g_object_set(pipeline_, "uri", uri, "video-sink", makeSink("autovideosink", window), "audio-sink",
+               makeSink("autoaudiosink", options_.audioOutput), nullptr);
   g_free(uri);
 
   GstBus* bus = gst_element_get_bus(pipeline_);
   busWatch_ = gst_bus_create_watch(bus);
   gst_object_unref(bus);
   // The bus source calls a GstBusFunc through the generic source callback slot.
-  g_source_set_callback(busWatch_, reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(onBus)),
+  g_source_set_callback(busWatch_,
+                        reinterpret_cast<GSourceFunc>(reinterpret_cast<void (*)()>(onBus)),
                         new WeakState(weak_from_this()), freeWeak);
   g_source_attach(busWatch_, static_cast<GMainContext*>(loop_->nativeContext()));
   // Prerolling now makes the duration known before playback starts, as a loaded item's is.
@@ -189,15 +197,16 @@ void PlayerState::fail(const std::string& what) {
 
 void PlayerState::play() {
   if (pipeline_ == nullptr || failed_) return;
+  wantsPlay_ = true;
   gst_element_set_state(pipeline_, GST_STATE_PLAYING);
 }
 
 void PlayerState::pause() {
   if (pipeline_ == nullptr || failed_) return;
   lastPosition_ = currentTime();
+  wantsPlay_ = false;
   gst_element_set_state(pipeline_, GST_STATE_PAUSED);
   // Ticks stop now, not when the pipeline reports the change a moment later.
-  state_ = GST_STATE_PAUSED;
   updateTimers();
 }
 
@@ -217,8 +226,8 @@ void PlayerState::seek(double seconds) {
 void PlayerState::applySeek(double seconds) {
   const auto flags = static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_ACCURATE);
   const auto position = static_cast<gint64>(std::llround(seconds * GST_SECOND));
-  if (!gst_element_seek(pipeline_, options_.playbackRate, GST_FORMAT_TIME, flags,
-                        GST_SEEK_TYPE_SET, position, GST_SEEK_TYPE_NONE, GST_CLOCK_TIME_NONE)) {
+  if (!gst_element_seek(pipeline_, options_.playbackRate, GST_FORMAT_TIME, flags, GST_SEEK_TYPE_SET,
+                        position, GST_SEEK_TYPE_NONE, GST_CLOCK_TIME_NONE)) {
     if (log_) log_->write("player: seek refused");
   }
 }
@@ -276,7 +285,9 @@ void PlayerState::startTimer(TimeObserverToken token, Observer& observer) {
 }
 
 void PlayerState::updateTimers() {
-  const bool ticking = pipeline_ != nullptr && state_ == GST_STATE_PLAYING && !ended_ && !failed_;
+  // A late report of an earlier change to playing must not restart ticks after pause().
+  const bool ticking =
+      pipeline_ != nullptr && wantsPlay_ && state_ == GST_STATE_PLAYING && !ended_ && !failed_;
   for (auto& [token, observer] : observers_) {
     if (ticking && observer.timer == nullptr) {
       startTimer(token, observer);

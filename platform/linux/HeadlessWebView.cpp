@@ -1,6 +1,6 @@
 #include "tovani/linux/HeadlessWebView.hpp"
 
-#include <algorithm>
+#include <vector>
 
 #include "HtmlLinks.hpp"
 

@@ -9,7 +9,9 @@ namespace tovani::linux::detail {
 
 namespace {
 
-char lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
+char lower(char c) {
+  return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
 
 bool startsWithNoCase(std::string_view text, size_t at, std::string_view prefix) {
   if (text.size() - at < prefix.size()) return false;
@@ -93,7 +95,9 @@ std::string decodeEntities(std::string_view value) {
   return out;
 }
 
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f'; }
+bool isSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
+}
 
 }  // namespace
 

@@ -11,16 +11,15 @@ LinuxPlatform makeLinuxPlatform(LinuxPlatformOptions options) {
   LinuxPlatform bundle;
   bundle.log = std::make_shared<LinuxLog>(std::move(options.logSink));
   bundle.mainLoop = std::make_shared<MainLoop>(options.mainContext);
-  bundle.mainLoop->setErrorReporter([log = bundle.log](const std::string& line) {
-    log->write(line);
-  });
+  bundle.mainLoop->setErrorReporter(
+      [log = bundle.log](const std::string& line) { log->write(line); });
   bundle.http = std::make_shared<CurlHttp>(bundle.mainLoop, std::move(options.http));
   bundle.players = std::make_shared<GstPlayerFactory>(bundle.mainLoop, bundle.log, options.player);
   bundle.webViews =
       std::make_shared<HeadlessWebViewFactory>(bundle.http, bundle.mainLoop, options.webView);
   bundle.screen = std::make_shared<LinuxScreen>(options.screen);
-  bundle.application =
-      std::make_shared<LinuxApplication>(bundle.mainLoop, bundle.log, std::move(options.application));
+  bundle.application = std::make_shared<LinuxApplication>(bundle.mainLoop, bundle.log,
+                                                          std::move(options.application));
   bundle.device = std::make_shared<LinuxDevice>(std::move(options.device));
   bundle.reachability = std::make_shared<LinuxReachability>(std::move(options.reachability));
 
@@ -43,6 +42,8 @@ LinuxPlatform makeLinuxPlatform(LinuxPlatformOptions options) {
 
 namespace tovani {
 
-std::shared_ptr<Platform> makeDefaultPlatform() { return linux::makeLinuxPlatform().platform; }
+std::shared_ptr<Platform> makeDefaultPlatform() {
+  return linux::makeLinuxPlatform().platform;
+}
 
 }  // namespace tovani

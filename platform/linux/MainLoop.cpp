@@ -47,11 +47,15 @@ struct LoopState {
   }
 
   void report(const std::string& text) {
-    if (reporter) {
-      reporter(text);
-    } else {
-      std::fprintf(stderr, "[tovani] %s\n", text.c_str());
+    try {
+      if (reporter) {
+        reporter(text);
+        return;
+      }
+    } catch (...) {
+      // A failing reporter must not unwind through GLib either; stderr still gets the line.
     }
+    std::fprintf(stderr, "[tovani] %s\n", text.c_str());
   }
 
   void drain() {
@@ -66,21 +70,25 @@ struct LoopState {
   }
 };
 
-// A custom source that is ready whenever tasks are queued. One source drains the queue in
-// posting order, which an idle source per task would not guarantee against other sources.
+// A custom source that is ready whenever tasks are queued: one source for the whole queue,
+// drained in posting order, rather than a source created and attached for every task.
 struct TaskSource {
   GSource base;
   LoopState* state;
 };
 
-LoopState* implOf(GSource* source) { return reinterpret_cast<TaskSource*>(source)->state; }
+LoopState* implOf(GSource* source) {
+  return reinterpret_cast<TaskSource*>(source)->state;
+}
 
 gboolean taskPrepare(GSource* source, gint* timeout) {
   *timeout = -1;
   return implOf(source)->hasTasks() ? TRUE : FALSE;
 }
 
-gboolean taskCheck(GSource* source) { return implOf(source)->hasTasks() ? TRUE : FALSE; }
+gboolean taskCheck(GSource* source) {
+  return implOf(source)->hasTasks() ? TRUE : FALSE;
+}
 
 gboolean taskDispatch(GSource* source, GSourceFunc, gpointer) {
   implOf(source)->drain();
@@ -109,10 +117,16 @@ gboolean runDelayed(gpointer data) {
   return G_SOURCE_REMOVE;
 }
 
-void freeDelayed(gpointer data) { delete static_cast<DelayedTask*>(data); }
+void freeDelayed(gpointer data) {
+  delete static_cast<DelayedTask*>(data);
+}
 
-gboolean wakeOnly(gpointer) { return G_SOURCE_REMOVE; }
-gboolean keepWaking(gpointer) { return G_SOURCE_CONTINUE; }
+gboolean wakeOnly(gpointer) {
+  return G_SOURCE_REMOVE;
+}
+gboolean keepWaking(gpointer) {
+  return G_SOURCE_CONTINUE;
+}
 constexpr guint kConditionPollMs = 10;
 
 }  // namespace
@@ -133,11 +147,14 @@ MainLoop::MainLoop(MainContextChoice choice) : impl_(std::make_unique<Impl>()) {
 
 MainLoop::~MainLoop() {
   std::set<GSource*> timers;
+  std::deque<Task> dropped;
   {
     std::lock_guard lock(impl_->mutex);
     timers.swap(impl_->timers);
-    impl_->tasks.clear();
+    dropped.swap(impl_->tasks);
   }
+  // Released outside the lock: what a task captured may post from its destructor.
+  dropped.clear();
   for (GSource* source : timers) {
     g_source_destroy(source);
     g_source_unref(source);
@@ -215,17 +232,20 @@ bool MainLoop::runUntil(const std::function<bool()>& done, double timeoutSeconds
   return reached;
 }
 
-bool MainLoop::isLoopThread() const { return g_main_context_is_owner(impl_->context) != FALSE; }
+bool MainLoop::isLoopThread() const {
+  return g_main_context_is_owner(impl_->context) != FALSE;
+}
 
 void MainLoop::setErrorReporter(std::function<void(const std::string&)> reporter) {
   impl_->reporter = std::move(reporter);
 }
 
-void* MainLoop::nativeContext() const { return impl_->context; }
+void* MainLoop::nativeContext() const {
+  return impl_->context;
+}
 
 double SystemClock::now() const {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 }  // namespace tovani::linux

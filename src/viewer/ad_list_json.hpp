@@ -17,8 +17,11 @@ inline constexpr std::size_t kMaxBodyBytes = 2u * 1024u * 1024u;
 // The list itself is five levels deep; objects and arrays nested deeper are dropped while
 // parsing, so that printing or copying a value never recurses without bound.
 inline constexpr int kMaxDepth = 16;
-// Adverts stored per sync at most: each costs a few store statements on the main thread.
-inline constexpr std::size_t kMaxAdverts = 256;
+// Adverts read from one list at most; the rest of a longer list is ignored.
+inline constexpr std::size_t kMaxAdverts = 1000;
+// Work per turn of the main queue while storing a list: new rows written, adverts looked at.
+inline constexpr std::size_t kInsertsPerTurn = 8;
+inline constexpr std::size_t kAdvertsPerTurn = 64;
 
 // The parsed body; an unparsable or oversized body gives an empty object, as the platform's
 // JSON reading of a broken body gives nothing to look up.

@@ -1,8 +1,11 @@
+#include <algorithm>
+#include <memory>
 #include <string>
 
 #include "net/Url.hpp"
 #include "net/tovaniUtils.hpp"
 #include "store/Statements.hpp"
+#include "util/Guard.hpp"
 #include "viewer/ProcessState.hpp"
 #include "viewer/ad_list_json.hpp"
 #include "viewer/tovaniViewer.hpp"
@@ -70,18 +73,19 @@ std::optional<std::string> videoFileNameFor(tovaniViewer& viewer, const Json* va
   return name;
 }
 
-void storeAdvert(tovaniViewer& viewer, const Json& advert, size_t index) {
+// Stores the advert when its advert/video pair is new. Returns whether a row was written.
+bool storeAdvert(tovaniViewer& viewer, const Json& advert, size_t index) {
   const Json* source = firstSource(viewer, advert, index);
-  if (!source) return;
+  if (!source) return false;
   const Json* value = member(source, "value");
   const auto fileName = videoFileNameFor(viewer, value, index);
-  if (!fileName) return;
+  if (!fileName) return false;
 
   const Text adsNo = valueText(member(&advert, "ads_no"));
   const StoreRows known =
       *viewer.tnDataManager->loadDataFromDB(formatAt(sql::kSelectAdvert, {adsNo, *fileName}));
   // A known advert/video pair stays as first stored; nothing is updated or deleted.
-  if (!known.empty()) return;
+  if (!known.empty()) return false;
 
   const Json* policy = member(&advert, "policy");
   const Json* sourcePolicy = member(source, "policy");
@@ -112,31 +116,55 @@ void storeAdvert(tovaniViewer& viewer, const Json& advert, size_t index) {
                                     sourceText("end_url"),
                                     sourceText("mid_url"),
                                     *fileName}));
+  return true;
 }
 
-void adListArrived(tovaniViewer& viewer, const StoreRows& deviceRows, const std::string& body,
-                   const std::optional<HttpError>& error) {
-  if (error) {
-    tovaniResult = 2;
-    viewer.notification_send();
+// The adverts of one answer, stored a few at a time.
+struct PendingAdverts {
+  Json list;
+  size_t next = 0;
+};
+
+// Every new row costs a store commit, tens of milliseconds on a slow disk. A long list is
+// therefore stored over several turns of the main queue so that the host's thread never
+// stalls for long; each advert is still checked and inserted within one turn, so overlapping
+// syncs cannot insert a pair twice. The queue starts once the whole list is stored.
+void storeAdverts(const std::shared_ptr<tovaniViewer>& viewer,
+                  const std::shared_ptr<PendingAdverts>& pending) {
+  const Json* adverts = member(&pending->list, "adverts");
+  const size_t count = adverts && adverts->is_array() ? adverts->size() : 0;
+  const size_t end = std::min(count, adlist::kMaxAdverts);
+  size_t inserted = 0;
+  size_t examined = 0;
+  while (pending->next < end && inserted < adlist::kInsertsPerTurn &&
+         examined < adlist::kAdvertsPerTurn) {
+    const size_t index = pending->next++;
+    ++examined;
+    if (storeAdvert(*viewer, (*adverts)[index], index)) ++inserted;
+  }
+  if (pending->next < end) {
+    viewer->platform()->mainQueue->post(
+        guarded(viewer->platform()->log, [viewer, pending] { storeAdverts(viewer, pending); }));
     return;
   }
-  if (!viewer.tnDataManager) return;
-  const Json list = adlist::parseBody(body);
-  if (deviceRows.empty()) adoptDeviceIdentity(viewer, list);
-
-  const Json* adverts = member(&list, "adverts");
-  if (adverts && adverts->is_array()) {
-    size_t index = 0;
-    for (const Json& advert : *adverts) {
-      if (index == adlist::kMaxAdverts) {
-        viewer.log("tovani: ad list truncated after " + std::to_string(index) + " adverts");
-        break;
-      }
-      storeAdvert(viewer, advert, index++);
-    }
+  if (count > end) {
+    viewer->log("tovani: ad list truncated after " + std::to_string(end) + " adverts");
   }
-  viewer.checkAndDownloadNext();
+  viewer->checkAndDownloadNext();
+}
+
+void adListArrived(const std::shared_ptr<tovaniViewer>& viewer, const StoreRows& deviceRows,
+                   const std::string& body, const std::optional<HttpError>& error) {
+  if (error) {
+    tovaniResult = 2;
+    viewer->notification_send();
+    return;
+  }
+  if (!viewer->tnDataManager) return;
+  auto pending = std::make_shared<PendingAdverts>();
+  pending->list = adlist::parseBody(body);
+  if (deviceRows.empty()) adoptDeviceIdentity(*viewer, pending->list);
+  storeAdverts(viewer, pending);
 }
 
 }  // namespace
@@ -151,7 +179,7 @@ void tovaniViewer::getTNJsonList() {
   tovaniUtils::requestNetwork(*platform(), adRequestURL("json"),
                               [viewer = self(), deviceRows](std::string body, HttpResponse,
                                                             std::optional<HttpError> error) {
-                                adListArrived(*viewer, deviceRows, body, error);
+                                adListArrived(viewer, deviceRows, body, error);
                               });
 }
 

@@ -72,12 +72,15 @@ void tovaniViewer::imageArray() {
       skipevent_imageview->image = skipevent_images[kFirstCountdownDigit];
     }
     skipevent_imageview->zPosition = kSkipImageZ;
+    // An image view takes no touches until the countdown has run out.
+    skipevent_imageview->userInteractionEnabled = false;
   }
   if (!actionevent_image) {
     actionevent_image = fetchImage(*platform()->http, cdnUrl(kActionImagePath));
     actionevent_imageview = std::make_shared<View>(Kind::ImageView);
     actionevent_imageview->image = actionevent_image;
     actionevent_imageview->zPosition = kActionImageZ;
+    actionevent_imageview->userInteractionEnabled = false;
   }
 }
 

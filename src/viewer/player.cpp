@@ -47,7 +47,8 @@ void readTrackingEvents(tovaniViewer& viewer, const XmlValue& tracking) {
 
   for (const XmlValue& element : *list) {
     if (!element.isMap()) throw PlatformError("a Tracking entry is not an element");
-    const std::string* event = element["event"].string();
+    const XmlValue eventValue = element["event"];
+    const std::string* event = eventValue.string();
     if (event == nullptr) continue;
     // Each name is tested on its own; a later element with the same event wins.
     for (const auto& [name, property] : kTrackingEvents) {
@@ -80,9 +81,7 @@ void registerPlaybackObservers(tovaniViewer& viewer) {
 
 }  // namespace
 
-void tovaniViewer::tnADPlayStart(const std::string& path, const XmlValue& vastXML) {
-  const XmlValue& ad = vastXML;
-
+void tovaniViewer::tnADPlayStart(const std::string& path, const XmlValue& ad) {
   button = std::make_shared<View>(Kind::Button);
   button->backgroundColor = Color::clear();
   addSubview(button);
@@ -104,6 +103,7 @@ void tovaniViewer::tnADPlayStart(const std::string& path, const XmlValue& vastXM
   tnAdsExtensionsEndcardProgress = trimmedText(ad, "InLine.Extensions.EndcardProgress");
   tnAdsExtensionsComplete = trimmedText(ad, "InLine.Extensions.Complete");
   tnAdsExtensionsEtc = trimmedText(ad, "InLine.Extensions.Etc");
+  // The end-card text also gets the trailing trim that beacon URLs get.
   if (tnAdsExtensionsEtc)
     tnAdsExtensionsEtc = trimTrailingWhitespaceAndNewlines(*tnAdsExtensionsEtc);
   tnAdsExtensionsImpression = trimmedText(ad, "InLine.Extensions.Impression");
@@ -125,10 +125,12 @@ void tovaniViewer::tnADPlayStart(const std::string& path, const XmlValue& vastXM
   // The end of the item reaches the viewer as a notification whose object is the player,
   // so that only the observer of this player hears it.
   std::weak_ptr<MediaPlayer> weakPlayer = tnAdPlayer;
-  tnAdPlayer->setItemEndedHandler([weakPlayer] {
-    if (auto ended = weakPlayer.lock()) {
-      NotificationCenter::defaultCenter().post(kPlayerItemDidPlayToEndTime, ended.get());
-    }
+  tnAdPlayer->setItemEndedHandler([weakPlayer, log = platform()->log] {
+    runGuarded(log.get(), [&] {
+      if (auto ended = weakPlayer.lock()) {
+        NotificationCenter::defaultCenter().post(kPlayerItemDidPlayToEndTime, ended.get());
+      }
+    });
   });
 
   tnVideoPlayState = 0;

@@ -51,8 +51,8 @@ void tovaniViewer::timeRemain() {
   label->frame = {bounds().width - 45, 0, 35, 35};
   label->textAlignment = TextAlignment::Right;
   label->textColor = Color::white();
-  // The first font is overridden at once; both are set so the label reads the same on a
-  // platform that cannot find the bold system face.
+  // Set in this order on purpose: the bold system face replaces the named one at once and
+  // is the one that shows.
   label->font = Font{"AppleSDGothicNeo", 15, false};
   label->font = Font{"", 15, true};
   label->zPosition = 102;
@@ -139,10 +139,12 @@ void tovaniViewer::onPlaybackTick(double t) {
   const int64_t R = roundHalfAwayAsFloat(r);
   const int64_t elapsed = D - R;
   if (elapsed >= 0 && elapsed < kCountdownSeconds) {
+    // Touches go off before the digit is looked up: a missing digit must not leave the
+    // button of an earlier showing tappable during the countdown.
+    if (elapsed == 0 && skipevent_imageview) skipevent_imageview->userInteractionEnabled = false;
     // Digits 5..1 for the first five seconds.
     auto digit = countdownImage(static_cast<size_t>(kCountdownSeconds - elapsed));
     if (skipevent_imageview) skipevent_imageview->image = digit;
-    if (elapsed == 0 && skipevent_imageview) skipevent_imageview->userInteractionEnabled = false;
     if (elapsed == 2 && endCardWanted(tnAdsExtensionsEndcardUse)) tnEndCardPrepare();
   } else {
     auto active = countdownImage(kActiveSkipImage);

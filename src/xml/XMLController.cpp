@@ -54,6 +54,7 @@ constexpr std::size_t kMaxDocumentBytes = 4U * 1024U * 1024U;
 constexpr int kMaxDepth = 256;
 constexpr int kMaxNodes = 100000;
 constexpr std::size_t kArenaBytesPerDocumentByte = 3;
+constexpr std::size_t kMaxInitialArenaBytes = 1024U * 1024U;
 constexpr float kMaxAmplification = 10.0F;
 constexpr unsigned long long kAmplificationThreshold = 1024U * 1024U;  // NOLINT(runtime/int)
 
@@ -72,7 +73,9 @@ struct ParseContext {
   }
 };
 
-ParseContext& contextOf(void* userData) { return *static_cast<ParseContext*>(userData); }
+ParseContext& contextOf(void* userData) {
+  return *static_cast<ParseContext*>(userData);
+}
 
 void XMLCALL onStart(void* userData, const XML_Char* name, const XML_Char** attributes) {
   ParseContext& ctx = contextOf(userData);
@@ -100,9 +103,8 @@ void XMLCALL onCharacters(void* userData, const XML_Char* s, int len) {
   ctx.controller->foundCharacters(std::string_view(s, static_cast<std::size_t>(len)));
 }
 
-void XMLCALL onEntityDecl(void* userData, const XML_Char* /*entityName*/,
-                          int /*isParameterEntity*/, const XML_Char* /*value*/,
-                          int /*valueLength*/, const XML_Char* /*base*/,
+void XMLCALL onEntityDecl(void* userData, const XML_Char* /*entityName*/, int /*isParameterEntity*/,
+                          const XML_Char* /*value*/, int /*valueLength*/, const XML_Char* /*base*/,
                           const XML_Char* /*systemId*/, const XML_Char* /*publicId*/,
                           const XML_Char* /*notationName*/) {
   contextOf(userData).stop();
@@ -133,10 +135,10 @@ bool XMLController::parseXML(const std::optional<std::string>& document) {
   arena_.reset();
   if (!document || document->size() > kMaxDocumentBytes) return false;
 
-  // A tree takes a few times the size of its document; starting the arena near that size
-  // saves most of its growth steps.
-  arena_ = std::make_shared<std::pmr::monotonic_buffer_resource>(
-      std::max<std::size_t>(4096, document->size() * kArenaBytesPerDocumentByte));
+  // A VAST tree takes a few times the size of its document; starting the arena near that
+  // size saves most of its growth steps. Text-heavy documents need far less, hence the cap.
+  arena_ = std::make_shared<std::pmr::monotonic_buffer_resource>(std::clamp<std::size_t>(
+      document->size() * kArenaBytesPerDocumentByte, 4096, kMaxInitialArenaBytes));
   container_ = newMap();
   dictionaryStack_.push_back(container_.get());
 
@@ -153,8 +155,8 @@ bool XMLController::parseXML(const std::optional<std::string>& document) {
   XML_SetBillionLaughsAttackProtectionMaximumAmplification(p, kMaxAmplification);
   XML_SetBillionLaughsAttackProtectionActivationThreshold(p, kAmplificationThreshold);
 
-  const bool ok = XML_Parse(p, document->data(), static_cast<int>(document->size()),
-                            XML_TRUE) == XML_STATUS_OK &&
+  const bool ok = XML_Parse(p, document->data(), static_cast<int>(document->size()), XML_TRUE) ==
+                      XML_STATUS_OK &&
                   !ctx.stopped;
   // The tree keeps its arena alive through its maps; the builder lets go of it either way.
   arena_.reset();
@@ -182,9 +184,7 @@ struct ArenaAllocator {
       : arena(std::move(a)) {}
   template <class U>
   ArenaAllocator(const ArenaAllocator<U>& other) : arena(other.arena) {}  // NOLINT
-  T* allocate(std::size_t n) {
-    return static_cast<T*>(arena->allocate(n * sizeof(T), alignof(T)));
-  }
+  T* allocate(std::size_t n) { return static_cast<T*>(arena->allocate(n * sizeof(T), alignof(T))); }
   void deallocate(T* /*p*/, std::size_t /*n*/) noexcept {}
   template <class U>
   bool operator==(const ArenaAllocator<U>& other) const {
@@ -262,7 +262,9 @@ void XMLController::didEndElement() {
   dictionaryStack_.pop_back();
 }
 
-void XMLController::parseErrorOccurred() { stringXMLParsing_.reset(); }
+void XMLController::parseErrorOccurred() {
+  stringXMLParsing_.reset();
+}
 
 std::string XMLController::stringWithKey(const std::string& key) const {
   return stringWithKey(key, dicRoot_);

@@ -24,7 +24,8 @@ class XMLController {
   std::string stringWithKey(const std::string& key) const;
   XmlList arrayWithKey(const std::string& key) const;
   // A map whose only key is "text" yields that text for any key; otherwise the "text" of
-  // the entry under `key`, or "".
+  // the entry under `key`, or "". Throws PlatformError when the entry is a list or an
+  // attribute string (or a "text" is not a string): reading those as text is a fault.
   static std::string stringWithKey(const std::string& key, const XmlValue& dic);
   // The entry under `key` as a list: a list as it is, any other value wrapped in a
   // one-element list, none as an empty list.

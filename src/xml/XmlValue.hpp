@@ -1,7 +1,7 @@
 #pragma once
 #include <map>
-#include <memory_resource>
 #include <memory>
+#include <memory_resource>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,9 +32,9 @@ using XmlList = std::vector<XmlValue>;
 class XmlValue {
  public:
   XmlValue() = default;
-  XmlValue(std::string s) : v_(std::move(s)) {}  // NOLINT(google-explicit-constructor)
-  XmlValue(std::shared_ptr<XmlMap> m) : v_(std::move(m)) {}    // NOLINT
-  XmlValue(std::shared_ptr<XmlList> l) : v_(std::move(l)) {}   // NOLINT
+  XmlValue(std::string s) : v_(std::move(s)) {}               // NOLINT(google-explicit-constructor)
+  XmlValue(std::shared_ptr<XmlMap> m) : v_(std::move(m)) {}   // NOLINT
+  XmlValue(std::shared_ptr<XmlList> l) : v_(std::move(l)) {}  // NOLINT
 
   bool isNone() const { return std::holds_alternative<std::monostate>(v_); }
   bool isString() const { return std::holds_alternative<std::string>(v_); }

@@ -22,6 +22,10 @@ bool isAdRequest(const std::string& url);      // the ad request (xml=vast)
 class InventoryWorld {
  public:
   InventoryWorld() = default;
+  // Lets pending completions run: each holds the viewer, which holds the platform and so
+  // the queue that holds the completion.
+  ~InventoryWorld() { tp.advance(kSettleSeconds); }
+  static constexpr double kSettleSeconds = 60;
   InventoryWorld(const InventoryWorld&) = delete;
   InventoryWorld& operator=(const InventoryWorld&) = delete;
 

@@ -77,8 +77,12 @@ void printBanner(const tovani::adserver::AdServer& server, const tovani::adserve
   const std::string https = std::to_string(server.httpsPort());
   std::cout << "tovani development ad server\n"
             << "  scenario   " << server.scenarioName() << " ("
-            << (o.scenarioFile.empty() ? std::string("built in") : o.scenarioFile.string()) << ")\n"
-            << "  http       http://" << local << http << "  serves " << h.production << ", "
+            << (o.scenarioFile.empty() ? std::string("built in") : o.scenarioFile.string())
+            << ")\n";
+  if (!server.scenarioDescription().empty()) {
+    std::cout << "             " << server.scenarioDescription() << "\n";
+  }
+  std::cout << "  http       http://" << local << http << "  serves " << h.production << ", "
             << h.test << "\n"
             << "  https      https://" << local << https << "  serves " << h.cdnHost << " ("
             << h.cdnUrl << ")\n"

@@ -63,7 +63,8 @@ class CurlHttpTest : public ::testing::Test {
       res.set_header("X-Test", "yes");
       res.set_content("hello world", "text/plain");
     });
-    routes.Post("/echo", [](const auto& req, auto& res) { res.set_content(req.body, "text/plain"); });
+    routes.Post("/echo",
+                [](const auto& req, auto& res) { res.set_content(req.body, "text/plain"); });
     routes.Get("/missing", [](const auto&, auto& res) {
       res.status = 404;
       res.set_content("nope", "text/plain");
@@ -132,8 +133,14 @@ class CurlHttpTest : public ::testing::Test {
 
   DataCompletion dataInto(Outcome& out) {
     return [this, &out](std::string body, HttpResponse response, std::optional<HttpError> error) {
-      out = {true, loop_->isLoopThread(), seconds(), std::move(body), response.status,
-             std::move(error), std::nullopt, std::move(response.headers)};
+      out = {true,
+             loop_->isLoopThread(),
+             seconds(),
+             std::move(body),
+             response.status,
+             std::move(error),
+             std::nullopt,
+             std::move(response.headers)};
     };
   }
 
@@ -141,8 +148,14 @@ class CurlHttpTest : public ::testing::Test {
   DownloadCompletion downloadInto(Outcome& out) {
     return [this, &out](std::optional<std::string> file, HttpResponse response,
                         std::optional<HttpError> error) {
-      out = {true, loop_->isLoopThread(), seconds(), file ? readFile(*file) : std::string(),
-             response.status, std::move(error), std::move(file), {}};
+      out = {true,
+             loop_->isLoopThread(),
+             seconds(),
+             file ? readFile(*file) : std::string(),
+             response.status,
+             std::move(error),
+             std::move(file),
+             {}};
     };
   }
 
@@ -353,6 +366,19 @@ TEST_F(CurlHttpTest, DestroyingTheClientDropsTransfersWithTheirFiles) {
   EXPECT_LT(std::chrono::duration<double>(Steady::now() - before).count(), 1.0);
   loop_->runFor(0.2);
   EXPECT_FALSE(never.done);
+  EXPECT_TRUE(folderEntries(tempFolder_).empty());
+
+  // A finished download whose completion never runs, because its loop is gone, leaves nothing.
+  auto other = makeHttp();
+  Outcome unrun;
+  other->download(downloadOf("/hello"), downloadInto(unrun));
+  while (server_.hitsOn("/hello").empty())
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the worker posts, nobody runs
+  EXPECT_EQ(folderEntries(tempFolder_).size(), 1u);
+  other.reset();
+  loop_.reset();
+  EXPECT_FALSE(unrun.done);
   EXPECT_TRUE(folderEntries(tempFolder_).empty());
 }
 

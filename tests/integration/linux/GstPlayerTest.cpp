@@ -27,12 +27,30 @@ constexpr double kClipSeconds = 2.0;
 // videos are encoded.
 bool encodeClip(const std::string& path) {
   const std::string location = "location=" + path;
-  std::vector<std::string> args = {"gst-launch-1.0", "-q", "videotestsrc", "num-buffers=40", "!",
-                                   "video/x-raw,width=160,height=120,framerate=20/1", "!",
-                                   "x264enc", "speed-preset=ultrafast", "tune=zerolatency", "!",
-                                   "mp4mux", "name=mux", "!", "filesink", location,
-                                   "audiotestsrc", "num-buffers=86", "!", "audioconvert", "!",
-                                   "avenc_aac", "!", "mux."};
+  std::vector<std::string> args = {"gst-launch-1.0",
+                                   "-q",
+                                   "videotestsrc",
+                                   "num-buffers=40",
+                                   "!",
+                                   "video/x-raw,width=160,height=120,framerate=20/1",
+                                   "!",
+                                   "x264enc",
+                                   "speed-preset=ultrafast",
+                                   "tune=zerolatency",
+                                   "!",
+                                   "mp4mux",
+                                   "name=mux",
+                                   "!",
+                                   "filesink",
+                                   location,
+                                   "audiotestsrc",
+                                   "num-buffers=86",
+                                   "!",
+                                   "audioconvert",
+                                   "!",
+                                   "avenc_aac",
+                                   "!",
+                                   "mux."};
   std::vector<char*> argv;
   for (auto& arg : args) argv.push_back(arg.data());
   argv.push_back(nullptr);
@@ -61,7 +79,8 @@ class GstPlayerTest : public ::testing::Test {
   static void TearDownTestSuite() { fs::remove_all(folder_); }
 
   void SetUp() override {
-    log_ = std::make_shared<LinuxLog>([this](const std::string& line) { logLines_.push_back(line); });
+    log_ =
+        std::make_shared<LinuxLog>([this](const std::string& line) { logLines_.push_back(line); });
     start_ = Steady::now();
   }
 

@@ -25,15 +25,12 @@ class HeadlessWebViewTest : public ::testing::Test {
  protected:
   void SetUp() override {
     auto& routes = server_.routes();
-    routes.Post("/endcard/ios/page", [](const auto&, auto& res) {
-      res.set_content(kEndCard, "text/html");
-    });
-    routes.Get("/endcard/ios/next", [](const auto&, auto& res) {
-      res.set_content("<p>next page</p>", "text/html");
-    });
-    routes.Get("/endcard/ios/moved", [](const auto&, auto& res) {
-      res.set_redirect("/endcard/ios/next");
-    });
+    routes.Post("/endcard/ios/page",
+                [](const auto&, auto& res) { res.set_content(kEndCard, "text/html"); });
+    routes.Get("/endcard/ios/next",
+               [](const auto&, auto& res) { res.set_content("<p>next page</p>", "text/html"); });
+    routes.Get("/endcard/ios/moved",
+               [](const auto&, auto& res) { res.set_redirect("/endcard/ios/next"); });
     server_.start();
     view_ = std::dynamic_pointer_cast<HeadlessWebView>(factory_.createWebView());
     view_->setNavigationDecider([this](const WebRequest& request) {

@@ -83,7 +83,8 @@ class LoopbackServer {
   // Waits in a handler; false when the server is shutting down.
   bool sleepFor(double seconds) {
     std::unique_lock lock(mutex_);
-    return !wake_.wait_for(lock, std::chrono::duration<double>(seconds), [this] { return stopping_; });
+    return !wake_.wait_for(lock, std::chrono::duration<double>(seconds),
+                           [this] { return stopping_; });
   }
 
  private:

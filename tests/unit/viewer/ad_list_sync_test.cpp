@@ -233,15 +233,32 @@ TEST_F(AdListSync, OddBodiesNeverCrashAndStillStartTheQueue) {
   EXPECT_THAT(w.host->results, IsEmpty());
 }
 
-TEST_F(AdListSync, OneSyncStoresABoundedNumberOfAdverts) {
+TEST_F(AdListSync, ALongListIsStoredInTurnsThatLetTheHostRunInBetween) {
+  startWith(adListJson({}));
   std::vector<std::string> adverts;
-  for (int i = 0; i < 300; ++i) {
+  for (int i = 0; i < 20; ++i) {
     adverts.push_back(advertJson(std::to_string(i), "http://cdn.example/v" + std::to_string(i)));
   }
+  w.answerAdList(adListJson(adverts));
+  w.viewer()->getTNJsonList();
+  size_t rowsSeenByHost = 0;
+  w.tp.queue->post([&] { rowsSeenByHost = pairs().size(); });  // the host's own work
+  w.tp.runUntilIdle();
+
+  EXPECT_GT(rowsSeenByHost, 0u);
+  EXPECT_LT(rowsSeenByHost, 20u);
+  EXPECT_THAT(pairs(), SizeIs(20));
+  EXPECT_EQ(pairs().back(), (Row{"19", "v19"}));
+  // The queue starts once, after the whole list is in.
+  EXPECT_THAT(w.downloadUrls(), ElementsAre("http://cdn.example/v0"));
+}
+
+TEST_F(AdListSync, OnlyTheFirstThousandAdvertsOfAListAreRead) {
+  std::vector<std::string> adverts(999, advertJson("x", "http://cdn.example/v/.."));
+  adverts.push_back(advertJson("last-read", "http://cdn.example/v/a.mp4"));
+  adverts.push_back(advertJson("ignored", "http://cdn.example/v/b.mp4"));
   startWith(adListJson(adverts));
-  const auto stored = pairs();
-  ASSERT_THAT(stored, SizeIs(256));
-  EXPECT_EQ(stored.back(), (Row{"255", "v255"}));
+  EXPECT_THAT(pairs(), ElementsAre(ElementsAre("last-read", "a.mp4")));
 }
 
 }  // namespace

@@ -137,49 +137,39 @@ TEST_F(EndCardPage, InstallUnknownCommandsAndPagesOfTheAdHostStayOnTheCard) {
   EXPECT_EQ(0, f.beaconCount(beacon::kClick));
 }
 
-TEST_F(EndCardPage, AnOutboundLinkCountsOneClickOpensAndCloses) {
-  EXPECT_FALSE(f.endCard().navigate("https://store.example/app/7"));
-  EXPECT_EQ(1, f.beaconCount(beacon::kClick));
-  EXPECT_EQ(std::vector<std::string>{"https://store.example/app/7"}, f.tp.app->opened);
-  expectClosedWith(0);
-}
-
-TEST_F(EndCardPage, AnOutboundLinkTheSystemCannotOpenStillCountsAndCloses) {
-  EXPECT_FALSE(f.endCard().navigate("otherapp://open/7"));
-  EXPECT_EQ(1, f.beaconCount(beacon::kClick));
-  EXPECT_TRUE(f.tp.app->opened.empty());
-  expectClosedWith(0);
-}
-
-TEST_F(EndCardPage, ATelLinkOnADeviceThatCannotCallClosesWithoutAClick) {
-  f.tp.app->openableSchemes = {"http", "https"};
-  EXPECT_FALSE(f.endCard().navigate("tel:0212345678"));
-  EXPECT_EQ(0, f.beaconCount(beacon::kClick));
-  EXPECT_TRUE(f.tp.app->opened.empty());
-  expectClosedWith(0);
-}
-
-TEST_F(EndCardPage, ATelLinkOnAPhoneDialsAndCountsAClick) {
-  EXPECT_FALSE(f.endCard().navigate("tel:0212345678"));
-  EXPECT_EQ(1, f.beaconCount(beacon::kClick));
-  EXPECT_EQ(std::vector<std::string>{"tel:0212345678"}, f.tp.app->opened);
-  expectClosedWith(0);
-}
-
-TEST_F(EndCardPage, AGeoLinkOpensTheMapsAddress) {
-  EXPECT_FALSE(f.endCard().navigate("geo://37.5665%2C126.9780"));
-  EXPECT_EQ(1, f.beaconCount(beacon::kClick));
-  ASSERT_EQ(1u, f.tp.app->opened.size());
-  EXPECT_EQ(tovaniViewer::mapsAddressForGeoHost("37.5665,126.9780"), f.tp.app->opened[0]);
-  EXPECT_NE(std::string::npos, f.tp.app->opened[0].find("ll=37.5665,126.9780"));
-  expectClosedWith(0);
-}
-
-TEST_F(EndCardPage, AGeoLinkWithoutAHostPartClosesWithoutAClick) {
-  EXPECT_FALSE(f.endCard().navigate("geo:37.5665,126.9780"));
-  EXPECT_EQ(0, f.beaconCount(beacon::kClick));
-  EXPECT_TRUE(f.tp.app->opened.empty());
-  expectClosedWith(0);
+TEST(EndCardLinks, EveryLinkLeavingTheAdHostClosesAndCountsAClickWhenItCanBeOpened) {
+  struct Case {
+    const char* link;
+    bool deviceCalls;
+    int clicks;
+    std::vector<std::string> opened;
+  };
+  const Case cases[] = {
+      {"https://store.example/app/7", true, 1, {"https://store.example/app/7"}},
+      // The system cannot open it, but it left the ad all the same.
+      {"otherapp://open/7", true, 1, {}},
+      {"tel:0212345678", true, 1, {"tel:0212345678"}},
+      {"tel:0212345678", false, 0, {}},
+      {"geo://37.5665%2C126.9780",
+       true,
+       1,
+       {*tovaniViewer::mapsAddressForGeoHost("37.5665,126.9780")}},
+      {"geo:37.5665,126.9780", true, 0, {}},
+  };
+  for (const auto& c : cases) {
+    AdScreenFixture f;
+    f.show(ScreenAd{});
+    f.playTo(31);
+    if (!c.deviceCalls) f.tp.app->openableSchemes = {"http", "https"};
+    EXPECT_FALSE(f.endCard().navigate(c.link)) << c.link;
+    EXPECT_EQ(c.clicks, f.beaconCount(beacon::kClick)) << c.link;
+    EXPECT_EQ(c.opened, f.tp.app->opened) << c.link;
+    EXPECT_EQ(std::vector<int32_t>{0}, f.host->results) << c.link;
+    EXPECT_FALSE(f.viewer()->isDescendantOf(*f.hostRoot)) << c.link;
+    EXPECT_TRUE(f.viewer()->tnAdEndCardView->hidden) << c.link;
+  }
+  EXPECT_NE(std::string::npos,
+            tovaniViewer::mapsAddressForGeoHost("37.5665,126.9780")->find("ll=37.5665,126.9780"));
 }
 
 TEST_F(EndCardPage, ReloadReplaysWithoutReportingAnythingTwice) {

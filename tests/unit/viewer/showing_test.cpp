@@ -334,15 +334,31 @@ TEST(CountdownImages, AMissingDigitIsNeverReplacedAndTheShowingGoesOn) {
   EXPECT_EQ(std::vector<int32_t>{0}, f.host->results);
 }
 
+TEST(CountdownImages, AMissingDigitLeavesNoEarlierSkipButtonTappable) {
+  AdScreenFixture f;
+  f.failCdnImage("5_skip.png");
+  ScreenAd ad = skippable();
+  ad.endcardUse = "false";
+  f.show(ad);
+  f.playTo(6);
+  EXPECT_TRUE(f.viewer()->skipevent_imageview->tap());
+  f.show(ad);
+  EXPECT_FALSE(f.viewer()->skipevent_imageview->tap());
+  f.playTo(4.5);
+  EXPECT_FALSE(f.viewer()->skipevent_imageview->tap());
+  EXPECT_EQ((std::vector<int32_t>{3}), f.host->results);
+}
+
 TEST(CountdownImages, ACdnThatIsDownIsNotAskedOnEveryTick) {
   AdScreenFixture f;
   f.failCdnImage("0_skip.png");
   f.show(skippable());
+  f.playTo(10);
+  EXPECT_FALSE(f.viewer()->skipevent_imageview->tap());
   f.playTo(31);
   // Once at playback start and once more on the first tick, not once per tick.
   EXPECT_EQ(2u, f.blockingFetches("0_skip.png"));
   EXPECT_EQ(0u, f.blockingFetches("1_skip.png"));
-  EXPECT_FALSE(f.viewer()->skipevent_imageview->userInteractionEnabled);
   EXPECT_TRUE(f.onScreen(f.viewer()->tnAdEndCardView));
   EXPECT_EQ(0, tovaniResult);
 }

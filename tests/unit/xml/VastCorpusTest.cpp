@@ -35,7 +35,8 @@ std::string trimmed(const std::string& s) {
 TEST(VastCorpus, PlayableAdsYieldTheirVideoAndTrackingUrls) {
   int files = 0;
   int playable = 0;
-  for (const auto& entry : fs::directory_iterator(fs::path(TOVANI_SOURCE_DIR) / "tests/data/vast")) {
+  for (const auto& entry :
+       fs::directory_iterator(fs::path(TOVANI_SOURCE_DIR) / "tests/data/vast")) {
     if (entry.path().extension() != ".xml") continue;
     ++files;
     XMLController controller;

@@ -69,8 +69,9 @@ TEST(XmlKeyPath, ListSegmentsMapTheRestOfThePathOverTheElements) {
   EXPECT_TRUE((*freq.list())[1].isNone());
 
   // A list met below another list nests: one list of tracking texts per ad.
-  XmlValue tracking = valueForKeyPath(root, "Ad.InLine.Creatives.Creative.Linear.TrackingEvents."
-                                            "Tracking.text");
+  XmlValue tracking = valueForKeyPath(root,
+                                      "Ad.InLine.Creatives.Creative.Linear.TrackingEvents."
+                                      "Tracking.text");
   ASSERT_TRUE(tracking.isList());
   const XmlValue& firstAds = (*tracking.list())[0];
   ASSERT_TRUE(firstAds.isList());

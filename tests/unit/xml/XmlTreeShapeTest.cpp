@@ -112,8 +112,9 @@ TEST(XmlTreeShape, PartsOfTheTreeOutliveTheDocumentAndTheParser) {
   XmlValue tracking;
   {
     auto controller = std::make_unique<XMLController>();
-    ASSERT_TRUE(controller->parseXML(
-        "<VAST><Ad><T e=\"start\">http://t.example/a-long-enough-url</T><T e=\"end\"/></Ad></VAST>"));
+    ASSERT_TRUE(
+        controller->parseXML("<VAST><Ad><T e=\"start\">http://t.example/a-long-enough-url</T><T "
+                             "e=\"end\"/></Ad></VAST>"));
     tracking = controller->dicRoot()["Ad"]["T"];
     ASSERT_TRUE(controller->parseXML("<other/>"));
   }

@@ -215,8 +215,18 @@ std::string AdServer::scenarioName() const {
   return impl_->state ? impl_->state->scenario.name : std::string();
 }
 
+std::string AdServer::scenarioDescription() const {
+  return impl_->state ? impl_->state->scenario.description : std::string();
+}
+
 std::vector<LoggedRequest> AdServer::requests() const {
   return impl_->state ? impl_->state->log.entries() : std::vector<LoggedRequest>{};
+}
+
+std::optional<LoggedRequest> AdServer::waitForRequest(
+    const std::function<bool(const LoggedRequest&)>& match, double timeoutSeconds) const {
+  if (!impl_->state) return std::nullopt;
+  return impl_->state->log.waitFor(match, timeoutSeconds);
 }
 
 void AdServer::clearLog() {

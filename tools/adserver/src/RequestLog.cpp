@@ -13,6 +13,7 @@ void RequestLog::record(LoggedRequest& entry) {
   entry.time = std::chrono::duration<double>(std::chrono::steady_clock::now() - started_).count();
   entry.id = nextId_++;
   entries_.push_back(entry);
+  changed_.notify_all();
 }
 
 void RequestLog::setStatus(std::uint64_t id, int status) {
@@ -20,11 +21,24 @@ void RequestLog::setStatus(std::uint64_t id, int status) {
   const auto it = std::find_if(entries_.begin(), entries_.end(),
                                [id](const LoggedRequest& e) { return e.id == id; });
   if (it != entries_.end()) it->status = status;
+  changed_.notify_all();
 }
 
 std::vector<LoggedRequest> RequestLog::entries() const {
   std::lock_guard lock(mutex_);
   return entries_;
+}
+
+std::optional<LoggedRequest> RequestLog::waitFor(
+    const std::function<bool(const LoggedRequest&)>& match, double timeoutSeconds) const {
+  std::unique_lock lock(mutex_);
+  std::optional<LoggedRequest> found;
+  changed_.wait_for(lock, std::chrono::duration<double>(timeoutSeconds), [&] {
+    const auto it = std::find_if(entries_.begin(), entries_.end(), match);
+    if (it != entries_.end()) found = *it;
+    return found.has_value();
+  });
+  return found;
 }
 
 void RequestLog::clear() {

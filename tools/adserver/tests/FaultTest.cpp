@@ -20,7 +20,7 @@ double secondsSince(Clock::time_point start) {
 
 TEST(AdServerFaults, StallHoldsTheConnectionSilentPastTheIdleTimeout) {
   RunningServer server;
-  server->setFaults(R"({"vast": {"stall": 3.5, "count": 1}})");
+  server->setFaults(R"({"vast": {"stall": true, "count": 1}})");  // 5 s
   const auto start = Clock::now();
   // A client with the SDK's 3-second patience gives up without a byte.
   const auto res = server.get(adRequest("S", "vast"), {}, 3.0);
@@ -36,7 +36,7 @@ TEST(AdServerFaults, StallHoldsTheConnectionSilentPastTheIdleTimeout) {
   const auto next = server.get(adRequest("S", "vast"));
   ASSERT_TRUE(next);
   EXPECT_TRUE(parseXml(next->body));
-  EXPECT_LT(secondsSince(again), 2.0);
+  EXPECT_LT(secondsSince(again), 3.0);
 }
 
 TEST(AdServerFaults, StopCutsAStallShort) {

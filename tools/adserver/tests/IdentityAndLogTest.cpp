@@ -1,7 +1,10 @@
 // Device ids issued through the ad list, and the request log that end-to-end tests read.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "TestSupport.hpp"
 
@@ -78,6 +81,24 @@ TEST(AdServerLog, RecordsRequestsAsSentButNotControlCalls) {
   ASSERT_TRUE(server.get("/track/x"));
   ASSERT_EQ(server->requests().size(), 1u);
   EXPECT_EQ(server->requests()[0].path, "/track/x");
+}
+
+TEST(AdServerLog, WaitForRequestReturnsWhenTheRequestArrives) {
+  RunningServer server;
+  const auto isBeacon = [](const LoggedRequest& r) { return r.path == "/track/9/complete"; };
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(server->waitForRequest(isBeacon, 0.3));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(290));
+
+  auto later = std::async(std::launch::async, [&server] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    return server.get("/track/9/complete?x=1");
+  });
+  const auto seen = server->waitForRequest(isBeacon, 10);
+  ASSERT_TRUE(seen);
+  EXPECT_EQ(seen->query, "x=1");
+  EXPECT_EQ(seen->route, "track");
+  ASSERT_TRUE(later.get());
 }
 
 }  // namespace

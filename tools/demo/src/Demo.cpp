@@ -77,6 +77,10 @@ std::string scenarioWithAdFirst(const DemoOptions& options) {
   throw std::runtime_error("the scenario has no ad " + *options.adId);
 }
 
+double wallNow() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 std::string lastImpression(const std::string& documents) {
   sqlite3* db = nullptr;
   std::string id;
@@ -94,8 +98,8 @@ std::string lastImpression(const std::string& documents) {
   return id;
 }
 
-Beacon toBeacon(const adserver::LoggedRequest& r, double since, double speed) {
-  return Beacon{(r.epoch - since) * speed, r.method, r.route, r.path, r.query, r.body};
+Beacon toBeacon(const adserver::LoggedRequest& r, double at) {
+  return Beacon{at, r.method, r.route, r.path, r.query, r.body};
 }
 
 std::string resultName(int32_t r) {
@@ -221,7 +225,7 @@ DemoReport runDemo(const DemoOptions& options) {
     report.ok = ok;
     report.message = message;
     report.callbacks = host->results;
-    for (const auto& r : server.requests()) report.allRequests.push_back(toBeacon(r, 0, 1));
+    for (const auto& r : server.requests()) report.allRequests.push_back(toBeacon(r, r.time));
     out(std::string(ok ? "OK: " : "FAILED: ") + message);
     TovaniSDK::setPlatform(nullptr);
     resetFacadeForTesting();
@@ -258,14 +262,9 @@ DemoReport runDemo(const DemoOptions& options) {
     auto root = std::make_shared<View>();
     root->frame = {0, 0, lp.screen->boundsSize().width, lp.screen->boundsSize().height};
     const size_t callbacksBefore = host->results.size();
-    const auto start = std::chrono::steady_clock::now();
-    const double startEpoch = clock->now();
-    auto elapsed = [&] {
-      return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() *
-             options.speed;
-    };
+    const double startEpoch = wallNow();
     auto viewer = TovaniSDK::sharedInstance()->getMainViewer();
-    ShowDriver driver(viewer, lp, clock, options.actions, elapsed, [&](const TimelineEvent& e) {
+    ShowDriver driver(viewer, lp, clock, options.actions, [&](const TimelineEvent& e) {
       showing.timeline.push_back(e);
       out(format("[%6.1fs] ", e.at) + e.lane + ": " + e.label);
     });
@@ -278,9 +277,8 @@ DemoReport runDemo(const DemoOptions& options) {
           const auto requests = server.requests();
           for (size_t i = seenRequests; i < requests.size(); ++i) {
             const auto& r = requests[i];
-            out(format("[%6.1fs] ", (r.epoch - startEpoch) * options.speed) + "server: " + r.route +
-                " " + r.method + " " + r.path +
-                (r.query.empty() ? "" : "?" + r.query.substr(0, 60)));
+            out(format("[%6.1fs] ", driver.showingTimeAt(r.epoch)) + "server: " + r.route + " " +
+                r.method + " " + r.path + (r.query.empty() ? "" : "?" + r.query.substr(0, 60)));
           }
           seenRequests = requests.size();
           return host->results.size() > callbacksBefore;
@@ -295,11 +293,11 @@ DemoReport runDemo(const DemoOptions& options) {
     showing.openedUrls = opened;
     for (const auto& r : server.requests()) {
       if (r.epoch >= startEpoch - 0.05)
-        showing.requests.push_back(toBeacon(r, startEpoch, options.speed));
+        showing.requests.push_back(toBeacon(r, driver.showingTimeAt(r.epoch)));
     }
     if (showing.result) {
       showing.timeline.push_back(
-          {elapsed(), "result", "callback " + std::to_string(*showing.result)});
+          {driver.showingTime(), "result", "callback " + std::to_string(*showing.result)});
     }
     if (!driver.problem().empty()) problems += "; " + driver.problem();
     if (driver.duration() > 0)

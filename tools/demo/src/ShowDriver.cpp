@@ -1,5 +1,6 @@
 #include "ShowDriver.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 
@@ -66,24 +67,40 @@ std::string linkFor(const std::string& choice, const std::vector<std::string>& l
 
 ShowDriver::ShowDriver(std::shared_ptr<tovaniViewer> viewer, const linux::LinuxPlatform& platform,
                        std::shared_ptr<DemoClock> clock, ViewerActions actions,
-                       std::function<double()> elapsed,
                        std::function<void(const TimelineEvent&)> emit)
     : viewer_(std::move(viewer)),
       platform_(platform),
       clock_(std::move(clock)),
       actions_(std::move(actions)),
-      elapsed_(std::move(elapsed)),
       emit_(std::move(emit)) {}
 
 double ShowDriver::mediaTime() const {
   return viewer_->tnAdPlayer ? viewer_->tnAdPlayer->currentTime() : 0;
 }
 
+double ShowDriver::showingTimeAt(double epoch) const {
+  double media = 0;
+  for (const auto& [at, t] : samples_) {
+    if (at > epoch) break;
+    media = t;
+  }
+  return media;
+}
+
 void ShowDriver::record(const std::string& lane, const std::string& label) {
-  emit_(TimelineEvent{elapsed_(), lane, label});
+  emit_(TimelineEvent{showingTime_, lane, label});
 }
 
 void ShowDriver::step() {
+  // The SDK's clock may be stopped while the app is away; samples use the wall clock.
+  const double wall =
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  if (viewer_->tnAdPlayer) {
+    const double media = mediaTime();
+    showingTime_ += std::max(0.0, media - lastMediaTime_);
+    lastMediaTime_ = media;
+  }
+  samples_.emplace_back(wall, showingTime_);
   watchState();
   if (!viewer_->tnAdPlayer) return;
   const double t = mediaTime();

@@ -2,6 +2,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "DemoClock.hpp"
@@ -21,10 +22,14 @@ class ShowDriver {
  public:
   ShowDriver(std::shared_ptr<tovaniViewer> viewer, const linux::LinuxPlatform& platform,
              std::shared_ptr<DemoClock> clock, ViewerActions actions,
-             std::function<double()> elapsed, std::function<void(const TimelineEvent&)> emit);
+             std::function<void(const TimelineEvent&)> emit);
 
   void step();
   double mediaTime() const;
+  // Play time of the whole showing (a replay adds to it) at a wall-clock moment (seconds
+  // since 1970), from the samples step() takes; 0 before the video started.
+  double showingTimeAt(double epoch) const;
+  double showingTime() const { return showingTime_; }
   std::string playedAdId() const { return adId_; }
   bool skippable() const { return skippable_; }
   double duration() const { return duration_; }
@@ -42,7 +47,6 @@ class ShowDriver {
   const linux::LinuxPlatform& platform_;
   std::shared_ptr<DemoClock> clock_;
   ViewerActions actions_;
-  std::function<double()> elapsed_;
   std::function<void(const TimelineEvent&)> emit_;
 
   int lastState_ = -1;
@@ -60,6 +64,9 @@ class ShowDriver {
   bool skippable_ = false;
   double duration_ = 0;
   std::string problem_;
+  std::vector<std::pair<double, double>> samples_;  // (epoch, showing time)
+  double showingTime_ = 0;
+  double lastMediaTime_ = 0;
 };
 
 }  // namespace tovani::demo

@@ -44,7 +44,7 @@ bool writeTimelinePicture(const ShowingReport& showing, const std::string& title
                           const std::string& path) {
   std::vector<TimelineEvent> events = showing.timeline;
   for (const auto& b : showing.requests) {
-    if (b.route == "track") events.push_back({b.at, "beacon", b.method + " " + b.path});
+    if (b.route == "track") events.push_back({b.at, "beacon", b.path.substr(b.path.find_last_of('/') + 1)});
   }
   double end = std::max(showing.duration, 1.0);
   for (const auto& e : events) end = std::max(end, e.at);
@@ -55,7 +55,7 @@ bool writeTimelinePicture(const ShowingReport& showing, const std::string& title
   auto x = [&](double t) { return left + t / end * width; };
 
   std::ostringstream svg;
-  svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << left + width + 40 << "\" height=\""
+  svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << left + width + 220 << "\" height=\""
       << height << "\" font-family=\"sans-serif\" font-size=\"11\">\n";
   svg << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
   svg << "<text x=\"10\" y=\"24\" font-size=\"16\" font-weight=\"bold\">" << escape(title)
@@ -90,7 +90,8 @@ bool writeTimelinePicture(const ShowingReport& showing, const std::string& title
     if (lane == kLanes.end()) continue;
     const double y = laneY[e.lane];
     const int n = count[e.lane]++;
-    const double labelY = y + ((n % 2 == 0) ? -10 : 20);
+    static constexpr double kOffsets[] = {-10, 20, -22, 32};
+    const double labelY = y + kOffsets[n % 4];
     svg << "<circle cx=\"" << x(e.at) << "\" cy=\"" << y << "\" r=\"4\" fill=\"" << lane->second
         << "\"><title>" << escape(e.label) << " at " << e.at << " s</title></circle>\n";
     svg << "<text x=\"" << x(e.at) + 3 << "\" y=\"" << labelY << "\" fill=\"" << lane->second

@@ -20,8 +20,8 @@ struct DeviceOptions {
   std::optional<std::string> hardwareModel;
   std::optional<std::string> osVersion;
   std::string osReleasePath = "/etc/os-release";
-  std::optional<Carrier> carrier;                     // none: no SIM
-  std::optional<std::string> advertisingIdentifier;   // none: no such facility
+  std::optional<Carrier> carrier;                    // none: no SIM
+  std::optional<std::string> advertisingIdentifier;  // none: no such facility
   // Default: $XDG_DATA_HOME/<appName>/Documents, or ~/.local/share/<appName>/Documents.
   std::optional<std::string> documentsDirectory;
 };

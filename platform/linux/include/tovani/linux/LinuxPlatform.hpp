@@ -31,6 +31,15 @@ struct LinuxPlatformOptions {
 
 // The Linux adapters, bundled as the Platform the SDK takes and also by their own types for
 // what only a host can do: run the loop, drive a headless web view, send lifecycle events.
+//
+//   tovani::linux::LinuxPlatformOptions options;
+//   options.http.connectTo = {"ads.tovani.example:80:127.0.0.1:18080"};
+//   options.player.playbackRate = 4.0;
+//   auto linux = tovani::linux::makeLinuxPlatform(options);
+//   tovani::TovaniSDK::setPlatform(linux.platform);
+//   ...  // TovaniSDK calls, on this thread
+//   linux.mainLoop->run();  // or runUntil(condition, seconds); quit() from anywhere
+//   linux.application->sendEvent(tovani::AppEvent::WillResignActive);  // lifecycle, any thread
 struct LinuxPlatform {
   std::shared_ptr<Platform> platform;  // hand this to the SDK
   std::shared_ptr<MainLoop> mainLoop;  // the SDK's main queue; the host runs it

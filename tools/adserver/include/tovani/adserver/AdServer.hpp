@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -74,8 +75,13 @@ class AdServer {
   std::filesystem::path caFile() const;  // PEM; trust it to reach the HTTPS port
   const HostNames& hosts() const;
   std::string scenarioName() const;
+  std::string scenarioDescription() const;
 
   std::vector<LoggedRequest> requests() const;
+  // The first logged request `match` accepts (answered or still pending), waiting up to
+  // `timeoutSeconds` for one to arrive; nothing on time-out.
+  std::optional<LoggedRequest> waitForRequest(
+      const std::function<bool(const LoggedRequest&)>& match, double timeoutSeconds) const;
   void clearLog();
   // Same JSON object as the body of POST /__faults. Throws std::invalid_argument when the
   // object is not a valid set of fault switches; nothing changes in that case.
