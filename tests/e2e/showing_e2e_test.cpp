@@ -131,7 +131,9 @@ TEST(EndToEnd, EndCardReloadReplaysWithoutNewEventsThenCloseKeepsTheReward) {
   EXPECT_EQ(countOf(seen, "complete"), 1);
   EXPECT_EQ(countOf(seen, "impression"), 1);
   int shown = 0;
-  for (const auto& e : report.showings[0].timeline) shown += e.label == "end card shown";
+  for (const auto& e : report.showings[0].timeline) {
+    shown += e.lane == "endcard" && e.label == "end card shown";
+  }
   EXPECT_EQ(shown, 2) << "the end card comes back after the replay";
 }
 

@@ -137,18 +137,5 @@ TEST(FacadeStartup, AZeroByteStoreIsDownloadedAgainInsteadOfSynced) {
   EXPECT_THAT(w.host->results, ElementsAre(2));
 }
 
-TEST(FacadeStartup, RepeatedStartUpKeepsOneViewerAndOneDelegate) {
-  InventoryWorld w;
-  w.createStore();
-  w.answerAdList(adListJson({}));
-  w.start();
-  const auto first = w.viewer();
-  w.start();
-  w.tp.runUntilIdle();
-  EXPECT_EQ(w.viewer(), first);
-  EXPECT_EQ(TovaniSDK::sharedInstance()->getDelegate(), w.host);
-  EXPECT_THAT(w.adListUrls(), SizeIs(2));
-}
-
 }  // namespace
 }  // namespace tovani::test
