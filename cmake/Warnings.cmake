@@ -1,7 +1,7 @@
 add_library(tovani_warnings INTERFACE)
 target_compile_options(tovani_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow
                        -Wnon-virtual-dtor -Wold-style-cast -Wcast-align -Woverloaded-virtual
-                       -Wnull-dereference -Wimplicit-fallthrough)
+                       -Wimplicit-fallthrough)
 # GCC 12 reports false -Wrestrict warnings inside std::string at -O2/-O3 (GCC bug 105329).
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   target_compile_options(tovani_warnings INTERFACE -Wno-restrict)

@@ -1,3 +1,4 @@
+#include <cstring>
 #include <string>
 
 #include "net/Url.hpp"
@@ -85,8 +86,16 @@ bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
     return false;
   }
 
-  // The card's own pages and everything they load stay inside the card.
-  if (startsWith(url, TOVANI_PRODUCTION_ROOT_URL)) return true;
+  // The card's own pages and everything they load stay inside the card. The root must end
+  // where the host name ends, so "http://<host>.elsewhere.example/" is not taken for it.
+  if (startsWith(url, TOVANI_PRODUCTION_ROOT_URL)) {
+    const std::string_view rest =
+        std::string_view(url).substr(std::strlen(TOVANI_PRODUCTION_ROOT_URL));
+    if (rest.empty() || rest.front() == '/' || rest.front() == '?' || rest.front() == '#' ||
+        rest.front() == ':') {
+      return true;
+    }
+  }
 
   auto& application = *platform()->application;
   if (scheme == "tel") {

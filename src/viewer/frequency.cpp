@@ -2,7 +2,7 @@
 
 #include "store/Statements.hpp"
 #include "viewer/tovaniViewer.hpp"
-#include "viewer/video_file_name.hpp"
+#include "viewer/video_files.hpp"
 
 namespace tovani {
 
@@ -20,13 +20,12 @@ std::optional<std::string> tovaniViewer::getFreqPassVideoPath(const Text& rule,
                                                               const Text& adid) {
   // The cached file, or none after asking the store to forget it and fetch it again.
   const auto fileCheck = [&]() -> std::optional<std::string> {
-    if (isPlainVideoFileName(sourceFilename)) {
-      const std::string folder =
-          tnadDocumentsPath.value_or(platform()->device->documentsDirectory());
-      const std::string path = (std::filesystem::path(folder) / sourceFilename).string();
-      std::error_code ec;
-      if (!folder.empty() && std::filesystem::is_regular_file(path, ec)) return path;
-    }
+    const std::string folder = tnadDocumentsPath.value_or(platform()->device->documentsDirectory());
+    const auto path = folder.empty()
+                          ? std::nullopt
+                          : videoFilePath(folder, sourceFilename, tnDataDBFileName.value_or(""));
+    std::error_code ec;
+    if (path && std::filesystem::is_regular_file(*path, ec)) return path;
     notExsistVideoFile(sourceFilename);
     return std::nullopt;
   };

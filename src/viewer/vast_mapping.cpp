@@ -3,7 +3,7 @@
 #include "util/PlatformError.hpp"
 #include "viewer/ProcessState.hpp"
 #include "viewer/tovaniViewer.hpp"
-#include "viewer/video_file_name.hpp"
+#include "viewer/video_files.hpp"
 #include "xml/XMLController.hpp"
 
 namespace tovani {
@@ -57,7 +57,8 @@ void tovaniViewer::parsingXml(const Text& answer) {
       std::optional<StoreRow> row;
       // A name that would leave the documents folder is never looked up: the ad counts
       // as not cached, and the store is refreshed as for any missing video.
-      if (fileName && isPlainVideoFileName(*fileName) && tnDataManager) {
+      if (fileName && !videoFileNameProblem(*fileName, tnDataDBFileName.value_or("")) &&
+          tnDataManager) {
         const StoreRows rows =
             *tnDataManager->loadDataFromDB(formatAt(sql::kSelectPlayableAdvert, {adid, fileName}));
         if (!rows.empty()) row = rows.front();

@@ -10,7 +10,7 @@
 //     -DTOVANI_CDN_URL='"https://cdn.tovani.example/sdk/"' \
 //     tests/fuzz/fuzz_adlist.cpp src/util/*.cpp src/net/*.cpp src/store/*.cpp src/xml/*.cpp \
 //     src/sdk/*.cpp src/viewer/*.cpp tests/support/{TestPlatform,FakePorts,ScriptedHttp}.cpp \
-//     tests/support/{ScriptedPlayer,VirtualMainQueue,InventoryFixture}.cpp \
+//     tests/support/{ScriptedPlayer,VirtualMainQueue,ViewerFixture}.cpp \
 //     $(pkg-config --cflags --libs sqlite3 expat liburiparser) -o build/fuzz/fuzz_adlist
 //   build/fuzz/fuzz_adlist -max_total_time=60 -max_len=65536 build/fuzz/corpus
 #include <cstdint>
@@ -18,18 +18,17 @@
 #include <filesystem>
 #include <string>
 
-#include "support/InventoryFixture.hpp"
+#include "support/ViewerFixture.hpp"
 #include "viewer/video_files.hpp"
 
 namespace {
 
-using tovani::test::InventoryWorld;
+using World = tovani::test::ViewerFixture;
 
 // One started SDK for the whole run; its documents folder goes when the process exits.
-InventoryWorld& world() {
-  static InventoryWorld w;
+World& world() {
+  static World w;
   static const bool started = [] {
-    w.createStore();
     w.answerAdList("{}");
     w.start();
     w.tp.runUntilIdle();
@@ -40,7 +39,7 @@ InventoryWorld& world() {
 }
 
 // Only the store, its side files and safely named videos may sit in the documents folder.
-void checkDocumentsFolder(const InventoryWorld& w) {
+void checkDocumentsFolder(const World& w) {
   for (const auto& entry : std::filesystem::directory_iterator(w.tp.documents())) {
     const std::string name = entry.path().filename().string();
     if (name.rfind("tnad_005.data", 0) == 0) continue;
@@ -52,7 +51,7 @@ void checkDocumentsFolder(const InventoryWorld& w) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  InventoryWorld& w = world();
+  World& w = world();
   w.tp.http->clearRoutes();
   w.tp.http->clearRecorded();
   w.tp.http->on([](const std::string&) { return true; }, tovani::test::answer("video"));

@@ -28,11 +28,4 @@ std::optional<double> FakeDevice::fileCreationTime(const std::string& path) cons
   return std::chrono::duration<double>(system.time_since_epoch()).count();
 }
 
-bool CapturedLog::contains(const std::string& text) const {
-  for (const auto& line : lines) {
-    if (line.find(text) != std::string::npos) return true;
-  }
-  return false;
-}
-
 }  // namespace tovani::test

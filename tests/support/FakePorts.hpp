@@ -27,7 +27,7 @@ class RecordingWebView : public WebView {
   // in place. Returns the decision.
   bool navigate(const std::string& url);
 
-  std::vector<WebRequest> loads;          // loadRequest calls
+  std::vector<WebRequest> loads;           // loadRequest calls
   std::vector<std::string> loadedInPlace;  // navigations the decider allowed
   bool bounces = true;
 
@@ -70,7 +70,9 @@ class FakeApplication : public Application {
   void openURL(const std::string& url) override { opened.push_back(url); }
   std::optional<std::string> bundleName() const override { return name; }
   std::optional<std::string> bundleResourcePath() const override { return resourcePath; }
-  void setEventHandler(std::function<void(AppEvent)> handler) override { handler_ = std::move(handler); }
+  void setEventHandler(std::function<void(AppEvent)> handler) override {
+    handler_ = std::move(handler);
+  }
 
   // Delivers a lifecycle event as the platform would, on the calling (main) thread.
   void fire(AppEvent event) {
@@ -115,7 +117,6 @@ class FakeReachability : public ReachabilitySource {
 class CapturedLog : public Log {
  public:
   void write(const std::string& line) override { lines.push_back(line); }
-  bool contains(const std::string& text) const;
   std::vector<std::string> lines;
 };
 

@@ -36,8 +36,6 @@ class ScriptedPlayer : public MediaPlayer, public std::enable_shared_from_this<S
   bool isPlaying() const { return playing_; }
   bool holdsLastFrame() const { return holdsLastFrame_; }
   size_t observerCount() const { return observers_.size(); }
-  void setDuration(double d) { duration_ = d; }
-  void setHasCurrentItem(bool has) { hasItem_ = has; }
   // Every call in order: "play", "pause", "seek:<seconds>", "addObserver", "removeObserver".
   const std::vector<std::string>& calls() const { return calls_; }
 
@@ -61,14 +59,17 @@ class ScriptedPlayer : public MediaPlayer, public std::enable_shared_from_this<S
 
 class ScriptedPlayerFactory : public MediaPlayerFactory {
  public:
-  explicit ScriptedPlayerFactory(std::shared_ptr<VirtualMainQueue> queue) : queue_(std::move(queue)) {}
+  explicit ScriptedPlayerFactory(std::shared_ptr<VirtualMainQueue> queue)
+      : queue_(std::move(queue)) {}
   std::shared_ptr<MediaPlayer> createPlayer(const std::string& localFilePath) override;
 
   double defaultDuration = 30;
   // Duration by file name (last path component), overriding the default.
   std::map<std::string, double> durationByFileName;
   std::vector<std::shared_ptr<ScriptedPlayer>> created;
-  std::shared_ptr<ScriptedPlayer> last() const { return created.empty() ? nullptr : created.back(); }
+  std::shared_ptr<ScriptedPlayer> last() const {
+    return created.empty() ? nullptr : created.back();
+  }
 
  private:
   std::shared_ptr<VirtualMainQueue> queue_;

@@ -19,7 +19,6 @@ class VirtualMainQueue : public MainQueue {
   void advance(double seconds);
   // Runs every task due now, including those they post for now.
   void runUntilIdle() { advance(0); }
-  size_t pendingCount() const { return tasks_.size(); }
 
  private:
   double now_ = 0;

@@ -2,140 +2,277 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <stdlib.h>
 
+#include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <system_error>
 
-#include "unit/store/StoreTestSupport.hpp"
+#include "store/Statements.hpp"
+#include "util/Text.hpp"
 
 namespace tovani::test {
 namespace {
 
+namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+constexpr const char* kStoreFilename = "tnad_005.data";
 
-using Rows = std::vector<std::vector<std::string>>;
+struct RecordingLog : Log {
+  void write(const std::string& line) override { lines.push_back(line); }
+  std::vector<std::string> lines;
+};
 
-TEST_F(StoreTest, ValuesComeBackAsTextWithNullsLeftOut) {
-  createStore(storePath());
-  rawExec(storePath(),
-          "insert into tn_device values(NULL, '440', '10');"
-          "insert into tn_device values(NULL, NULL, NULL);"
-          "insert into tn_device values('U-1', '441', NULL);");
-  auto store = openStore();
-
-  // A NULL moves the later values forward; a row of NULLs only is not returned at all.
-  auto rows = store->loadDataFromDB("select uuid, mcc, mnc from tn_device order by rowid");
-  EXPECT_EQ(*rows, (Rows{{"440", "10"}, {"U-1", "441"}}));
-  EXPECT_THAT(store->arrColumnNames(), ElementsAre("uuid", "mcc", "mnc"));
-
-  // Numbers and blobs arrive as their text.
-  rows = store->loadDataFromDB("select 42 as n, 2.5, -7, x'4142', NULL");
-  EXPECT_EQ(*rows, (Rows{{"42", "2.5", "-7", "AB"}}));
-  EXPECT_THAT(store->arrColumnNames(), ElementsAre("n", "2.5", "-7", "x'4142'", "NULL"));
-
-  rows = store->loadDataFromDB("select NULL, NULL union all select NULL, NULL");
-  EXPECT_THAT(*rows, IsEmpty());
-
-  // Without rows there are no names either.
-  rows = store->loadDataFromDB("select uuid from tn_device where uuid = 'nobody'");
-  EXPECT_THAT(*rows, IsEmpty());
-  EXPECT_THAT(store->arrColumnNames(), IsEmpty());
-  EXPECT_THAT(log->lines, IsEmpty());
+// Runs SQL straight through SQLite, beside the layer under test, to prepare a store and to
+// see what the layer did to it. NULL reads "NULL".
+StoreRows raw(const fs::path& db, const std::string& sql) {
+  StoreRows rows;
+  sqlite3* connection = nullptr;
+  sqlite3_open(db.c_str(), &connection);
+  const auto collect = [](void* out, int n, char** values, char**) {
+    auto& row = static_cast<StoreRows*>(out)->emplace_back();
+    for (int i = 0; i < n; ++i) row.emplace_back(values[i] != nullptr ? values[i] : "NULL");
+    return 0;
+  };
+  EXPECT_EQ(sqlite3_exec(connection, sql.c_str(), collect, &rows, nullptr), SQLITE_OK)
+      << sqlite3_errmsg(connection) << ": " << sql;
+  sqlite3_close(connection);
+  return rows;
 }
 
-TEST_F(StoreTest, NextCallEmptiesTheListHandedOutBefore) {
-  createStore(storePath());
-  rawExec(storePath(), "insert into tn_device values('U-1','1','2'),('U-2','3','4');");
-  auto store = openStore();
-
-  const auto first = store->loadDataFromDB("select * from tn_device");
-  ASSERT_EQ(first->size(), 2u);
-  const auto second = store->loadDataFromDB("select uuid from tn_device where uuid = 'U-2'");
-  EXPECT_THAT(*first, IsEmpty()) << "a caller that kept the list sees it emptied";
-  EXPECT_NE(first, second);
-  EXPECT_EQ(*second, (Rows{{"U-2"}}));
-  EXPECT_EQ(store->arrResults(), second);
-
-  // A change empties it just the same and forgets the names.
-  store->executeQuery("update tn_device set mcc = '9'");
-  EXPECT_THAT(*second, IsEmpty());
-  EXPECT_THAT(*store->arrResults(), IsEmpty());
-  EXPECT_THAT(store->arrColumnNames(), IsEmpty());
-}
-
-TEST_F(StoreTest, FailuresAreLoggedWithTheSqliteMessageAndLookEmpty) {
-  createStore(storePath());
-  rawExec(storePath(), "create unique index device_uuid on tn_device(uuid);");
-  auto store = openStore();
-
-  store->executeQuery("insert into tn_device(uuid, mcc, mnc) values('U-1','440','10')");
-  EXPECT_EQ(store->affectedRows(), 1);
-  EXPECT_EQ(store->lastInsertedRowID(), 1);
-
-  EXPECT_THAT(*store->loadDataFromDB("selct * from tn_device"), IsEmpty());
-  EXPECT_THAT(log->lines, ElementsAre("near \"selct\": syntax error"));
-
-  // A statement that does not prepare changes no counter.
-  store->executeQuery("update tn_missing set a = 1");
-  EXPECT_THAT(log->lines, ElementsAre("near \"selct\": syntax error", "no such table: tn_missing"));
-  EXPECT_EQ(store->affectedRows(), 1);
-  EXPECT_EQ(store->lastInsertedRowID(), 1);
-
-  // A constraint failure happens while stepping: no line, the call returns normally, and the
-  // counters are refreshed from the fresh connection, which changed nothing.
-  log->lines.clear();
-  store->executeQuery("insert into tn_device(uuid, mcc, mnc) values('U-1','441','11')");
-  EXPECT_THAT(log->lines, IsEmpty());
-  EXPECT_EQ(store->affectedRows(), 0);
-  EXPECT_EQ(store->lastInsertedRowID(), 0);
-  EXPECT_EQ(rawRows(storePath(), "select * from tn_device"), (Rows{{"U-1", "440", "10"}}));
-
-  // Text that holds no statement at all is not an error worth a line either.
-  store->executeQuery("-- nothing");
-  store->loadDataFromDB("");
-  EXPECT_THAT(log->lines, IsEmpty());
-}
-
-TEST_F(StoreTest, CountersFollowTheLastChangeOfEachCall) {
-  createStore(storePath());
-  auto store = openStore();
-  for (const char* file : {"a.mp4", "shared.mp4", "shared.mp4"}) {
-    store->executeQuery(std::string("insert into tn_adverts(ads_no, video_filename) values('1','") +
-                        file + "')");
+// The store lives in a folder of its own, removed with everything in it afterwards.
+class StoreTest : public ::testing::Test {
+ protected:
+  ~StoreTest() override {
+    std::error_code ignored;
+    fs::remove_all(folder, ignored);
   }
-  EXPECT_EQ(store->affectedRows(), 1);
-  EXPECT_EQ(store->lastInsertedRowID(), 3);
+  // Writes the store the ad server ships, with its tables empty.
+  void createStore(const fs::path& db) {
+    std::ostringstream schema;
+    schema << std::ifstream(fs::path(TOVANI_SOURCE_DIR) / "schema/tovani_store.sql").rdbuf();
+    raw(db, schema.str());
+  }
+  std::unique_ptr<tovaniSQL> openStore(std::optional<std::string> resources = std::nullopt) {
+    return std::make_unique<tovaniSQL>(folder.string(), kStoreFilename, resources, log);
+  }
 
-  // Queries leave the counters alone.
-  store->loadDataFromDB("select * from tn_adverts");
-  EXPECT_EQ(store->lastInsertedRowID(), 3);
+  const fs::path folder = [] {
+    std::string pattern = (fs::temp_directory_path() / "tovani-store-XXXXXX").string();
+    return fs::path(mkdtemp(pattern.data()) != nullptr ? pattern : "/nonexistent");
+  }();
+  const fs::path store = folder / kStoreFilename;
+  std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
+};
 
-  // Each call has its own connection, so an update reports no inserted row.
-  store->executeQuery("update tn_adverts set use_flag = 1 where video_filename = 'shared.mp4'");
-  EXPECT_EQ(store->affectedRows(), 2);
-  EXPECT_EQ(store->lastInsertedRowID(), 0);
-  EXPECT_THAT(log->lines, IsEmpty());
+// A NULL moves the later values of its row forward; a row of NULLs only is left out, and a
+// query without rows has no column names. Callers copy the list at once: the next call
+// empties it.
+TEST_F(StoreTest, RowsComeAsTextInAListTheNextCallEmpties) {
+  createStore(store);
+  raw(store, "insert into tn_device values(NULL, '440', '10'), (NULL, NULL, NULL)");
+  auto db = openStore();
+  const auto rows = db->loadDataFromDB("select *, 2.5, x'4142' from tn_device order by rowid");
+  EXPECT_EQ(*rows, (StoreRows{{"440", "10", "2.5", "AB"}, {"2.5", "AB"}}));
+  EXPECT_THAT(db->arrColumnNames(), ElementsAre("uuid", "mcc", "mnc", "2.5", "x'4142'"));
+  EXPECT_THAT(*db->loadDataFromDB("select * from tn_device where 0"), IsEmpty());
+  EXPECT_THAT(db->arrColumnNames(), IsEmpty());
+  EXPECT_THAT(*rows, IsEmpty()) << "a caller that kept the list sees it emptied";
+  const auto kept = db->loadDataFromDB("select 'x'");
+  db->executeQuery("update tn_device set mcc = '9'");
+  EXPECT_THAT(*kept, IsEmpty());
 }
 
+// Only a statement that does not prepare is logged, with SQLite's own line, and it changes
+// no counter. An error while stepping (a constraint, say) is silent, and the counters then
+// come from the call's own connection, which changed nothing.
+TEST_F(StoreTest, PrepareErrorsAreLoggedAndStepErrorsAreSilent) {
+  createStore(store);
+  raw(store, "create unique index device_uuid on tn_device(uuid);");
+  auto db = openStore();
+  const auto counters = [&] { return std::pair(db->affectedRows(), db->lastInsertedRowID()); };
+  db->executeQuery(formatAt(sql::kInsertDevice, {"U-1", "440", "10"}));
+  db->executeQuery(formatAt(sql::kInsertDevice, {"O'Brien", "440", "10"}));
+  EXPECT_EQ(counters(), std::pair(1, int64_t{1}));
+  db->executeQuery(formatAt(sql::kInsertDevice, {"U-1", "441", "11"}));
+  EXPECT_EQ(counters(), std::pair(0, int64_t{0}));
+  EXPECT_THAT(log->lines, ElementsAre("near \"Brien\": syntax error"));
+}
+
+// Nothing in the documents yet: the first call leaves an empty file, which has no tables.
+// Without a documents folder nothing is created and nothing said.
 TEST_F(StoreTest, FirstOpenCreatesAnEmptyStoreFile) {
-  auto store = openStore();
-  ASSERT_FALSE(std::filesystem::exists(storePath()));
-  EXPECT_EQ(store->databasePath(), storePath().string());
-
-  EXPECT_THAT(*store->loadDataFromDB("select * from tn_device"), IsEmpty());
-  EXPECT_TRUE(std::filesystem::is_regular_file(storePath()));
-  EXPECT_EQ(std::filesystem::file_size(storePath()), 0u);
+  auto db = openStore();
+  ASSERT_FALSE(fs::exists(store));
+  EXPECT_THAT(*db->loadDataFromDB("select * from tn_device"), IsEmpty());
+  EXPECT_EQ(fs::file_size(store), 0u);
   EXPECT_THAT(log->lines, ElementsAre("no such table: tn_device"));
+  tovaniSQL((folder / "gone").string(), kStoreFilename, {}, log).executeQuery("select 1");
+  EXPECT_FALSE(fs::exists(folder / "gone"));
+  EXPECT_EQ(log->lines.size(), 1u);
 }
 
-TEST_F(StoreTest, UnopenableStoreIsSilentAndEmpty) {
-  // The documents folder is gone: nothing can be opened, nothing is created, no line.
-  tovaniSQL store((folder.path() / "missing").string(), kStoreFilename, std::nullopt, log);
-  EXPECT_THAT(*store.loadDataFromDB("select * from tn_device"), IsEmpty());
-  store.executeQuery("insert into tn_ads_freq(ads_no) values('1')");
-  EXPECT_EQ(store.affectedRows(), 0);
+// A missing store is copied from the host's resources. One that exists in any form (an
+// empty file the download replaces, a dangling link) is never touched. Shipping no store is
+// the usual first start and passes quietly; a resource folder without a usable one is
+// logged, and no partial copy is left behind.
+TEST_F(StoreTest, SeedingCopiesOnlyAMissingStore) {
+  const fs::path bundle = folder / "bundle";
+  fs::create_directories(bundle / kStoreFilename);
+  openStore();
+  openStore(folder.string() + "/none");
+  openStore(bundle.string());
+  EXPECT_EQ(log->lines.size(), 2u);
+  EXPECT_EQ(log->lines[0], std::make_error_code(std::errc::no_such_file_or_directory).message());
+  EXPECT_FALSE(fs::exists(store));
+
+  fs::remove(bundle / kStoreFilename);
+  createStore(bundle / kStoreFilename);
+  raw(bundle / kStoreFilename, "insert into tn_device values('BUNDLED','440','10')");
+  EXPECT_EQ(*openStore(bundle.string())->loadDataFromDB("select uuid from tn_device"),
+            (StoreRows{{"BUNDLED"}}));
+  fs::resize_file(store, 0);
+  openStore(bundle.string());
+  EXPECT_EQ(fs::file_size(store), 0u);
+  fs::remove(store);
+  fs::create_symlink(bundle / "elsewhere.data", store);
+  openStore(bundle.string());
+  EXPECT_FALSE(fs::exists(bundle / "elsewhere.data"));
+  EXPECT_EQ(log->lines.size(), 2u);
+}
+
+std::string advert(const char* ad, const std::string& video) {
+  return formatAt(sql::kInsertAdvert,
+                  {ad,  "b", "c", "d", "e", "f", "g", "h", "i", "j",  "http://v/" + video, "l", "m",
+                   "n", "o", "p", "q", "r", "s", "t", "u", "v", video});
+}
+
+// Every statement as the SDK sends it, byte for byte where a text is given, run in turn on
+// the shipped schema with the engine's own dates: a query's rows show what the statements
+// before it did. One download marks every advert that uses the file; duplicated records
+// still give one playable row. A period cap counts while today is in its range (2000 to
+// 2999 is). As the texts compare, a rolling cap of one day counts every impression since the
+// cut-off's new year and none from the year before.
+TEST_F(StoreTest, StatementsAreSentAsWrittenAndActOnTheShippedSchema) {
+  createStore(store);
+  auto db = openStore();
+  const std::string today = raw(store, "select strftime('%Y%m%d','now')")[0][0];
+  // clang-format off
+  const std::tuple<std::string, const char*, StoreRows> steps[] = {
+      {formatAt(sql::kInsertDevice, {"U-1", "440", "10"}),
+       "insert into tn_device(uuid, mcc, mnc) values('U-1','440','10')", {}},
+      {formatAt(sql::kInsertDevice, {"U-2", "441", "20"}), nullptr, {}},
+      {formatAt(sql::kSelectDevice, {}), "select * from tn_device",
+       {{"U-1", "440", "10"}, {"U-2", "441", "20"}}},
+      {advert("A1", "1.mp4"),
+       "insert into tn_adverts(ads_no, slot, url, start, end, policy_campaign, policy_product, "
+       "sources_code, sources_start, sources_end, sources_value, sources_policy_duration, "
+       "sources_policy_width, sources_policy_height, sources_policy_mimetype, "
+       "sources_policy_clicktype, imp_url, click_url, ext_url, skip_url, end_url, mid_url,"
+       "video_filename, use_flag) values('A1', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', "
+       "'http://v/1.mp4', 'l', 'm', 'n', 'o', 'p', 'q', 'r', 's', 't', 'u', 'v', '1.mp4', 0)", {}},
+      {advert("A2", "1.mp4"), nullptr, {}}, {advert("A2", "1.mp4"), nullptr, {}},
+      {advert("A3", "3.mp4"), nullptr, {}},
+      {formatAt(sql::kSelectAdvert, {"A1", "1.mp4"}),
+       "select * from tn_adverts where ads_no ='A1' and video_filename = '1.mp4'",
+       {{"A1", "b", "c", "d", "e", "f", "g", "h", "i", "j", "http://v/1.mp4", "l", "m", "n", "o",
+         "p", "q", "r", "s", "t", "u", "v", "1.mp4", "0"}}},
+      {formatAt(sql::kMarkVideoCached, {"1.mp4"}),
+       "update tn_adverts set use_flag = 1 where video_filename = '1.mp4'", {}},
+      {formatAt(sql::kSelectWaitingVideos, {}),
+       "select ads_no, sources_value, video_filename, use_flag from tn_adverts where use_flag = 0",
+       {{"A3", "http://v/3.mp4", "3.mp4", "0"}}},
+      {formatAt(sql::kSelectPlayableAdvert, {"A2", "1.mp4"}),
+       "select ads_no, sources_value, video_filename, use_flag from tn_adverts where use_flag = 1 "
+       "and ads_no ='A2' and video_filename ='1.mp4' group by video_filename limit 1",
+       {{"A2", "http://v/1.mp4", "1.mp4", "1"}}},
+      {formatAt(sql::kSelectPlayableAdvert, {"A3", "3.mp4"}), nullptr, {}},
+      {formatAt(sql::kMarkVideoMissing, {"1.mp4"}),
+       "update tn_adverts set use_flag = 0 where video_filename = '1.mp4'", {}},
+      {formatAt(sql::kSelectPlayableAdvert, {"A1", "1.mp4"}), nullptr, {}},
+      {formatAt(sql::kInsertImpression, {"A1"}),
+       "insert into tn_ads_freq(ads_no) values('A1')", {}},
+      {formatAt(sql::kInsertImpression, {"A1"}), nullptr, {}},
+      {"insert into tn_ads_freq values ('P1', '2000-06-01 10:00:00'),"
+       "('R1', strftime('%Y-01-01 08:00:00','now','-1 day')),"
+       "('R1', strftime('%Y-12-31 08:00:00','now','-1 day','-1 year'))", nullptr, {}},
+      {formatAt(sql::kSelectPeriodCapReached,
+                {"A1", "20000101", "29991231", "2", "20000101", "29991231"}),
+       "select * from ( select count(*) as freqcnt, ads_no from tn_ads_freq where ads_no ='A1' "
+       "and (strftime('%Y%m%d',reg_date) between '20000101' and '29991231')   group by ads_no) "
+       "as t1 where  freqcnt >= 2 and (strftime('%Y%m%d',date()) between '20000101' and "
+       "'29991231')  ", {{"2", "A1"}}},
+      {formatAt(sql::kSelectPeriodCapReached, {"A1", today, today, "2", today, today}), nullptr,
+       {{"2", "A1"}}},
+      {formatAt(sql::kSelectPeriodCapReached,
+                {"P1", "20000101", "20001231", "1", "20000101", "20001231"}), nullptr, {}},
+      {formatAt(sql::kSelectRollingCapReached, {"A1", "30", "2"}),
+       "select * from ( select count(*) as freqcnt, ads_no from tn_ads_freq where ads_no ='A1' "
+       "and (strftime('%Y%m%d',reg_date) >= date('now','-30 day')) group by ads_no) as t1 where "
+       "freqcnt >= 2  ", {{"2", "A1"}}},
+      {formatAt(sql::kSelectRollingCapReached, {"R1", "1", "1"}), nullptr, {{"1", "R1"}}}};
+  // clang-format on
+  for (const auto& [sent, text, rows] : steps) {
+    EXPECT_EQ(sent, text != nullptr ? text : sent);
+    const bool isQuery = sent.starts_with("select");
+    EXPECT_EQ(isQuery ? *db->loadDataFromDB(sent) : (db->executeQuery(sent), StoreRows{}), rows)
+        << sent;
+  }
   EXPECT_THAT(log->lines, IsEmpty());
-  EXPECT_FALSE(std::filesystem::exists(folder.path() / "missing"));
+}
+
+// The store file is downloaded, so its views and triggers are the server's code. A hostile
+// one must give the host's thread back at the time limit, each call on its own; what it
+// started is undone. The last statement is one of the SDK's own making.
+TEST_F(StoreTest, HostileStatementsAreInterruptedAtTheTimeLimit) {
+  const std::string endless =
+      "with recursive c(x) as (select 1 union all select x + 1 from c) select x from c where x<0";
+  createStore(store);
+  raw(store, formatAt("alter table tn_adverts rename to old; create view tn_adverts as select x "
+                      "as ads_no, '' as sources_value, '' as video_filename, 0 as use_flag from "
+                      "(%@); create trigger hog after insert on tn_ads_freq begin select count(*) "
+                      "from (%@); end;",
+                      {endless, endless}));
+  auto db = openStore();
+  for (const std::string& statement : {std::string(sql::kSelectWaitingVideos),
+                                       formatAt(sql::kInsertImpression, {"A1"}), endless}) {
+    log->lines.clear();
+    const auto start = std::chrono::steady_clock::now();
+    db->loadDataFromDB(statement);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took.count(), 0.95 * tovaniSQL::kStatementTimeLimitSeconds) << statement;
+    EXPECT_LT(took.count(), tovaniSQL::kStatementTimeLimitSeconds + 3.0) << statement;
+    EXPECT_THAT(log->lines, ElementsAre(tovaniSQL::kStatementInterruptedLog));
+  }
+  EXPECT_EQ(raw(store, "select count(*) from tn_ads_freq"), (StoreRows{{"0"}}));
+}
+
+// A flood of rows stops at the size limit. Views in the file may use only what SQLite marks
+// harmless, which a general virtual table is not, and the engine's own bookkeeping tables
+// cannot be written behind its back.
+TEST_F(StoreTest, HostileStoreIsBoundedInSizeAndReachesNothingUnsafe) {
+  createStore(store);
+  raw(store,
+      "drop table tn_adverts; create view tn_adverts as with recursive c(x) as (select 1 "
+      "union all select x + 1 from c) select x as ads_no, hex(zeroblob(2000)) as "
+      "sources_value, 'v' as video_filename, 0 as use_flag from c; drop table tn_device; "
+      "create virtual table tn_device using fts4(uuid, mcc, mnc); insert into tn_device "
+      "values('U-1','440','10'); create view device_view as select * from tn_device;");
+  auto db = openStore();
+  std::size_t text = 0;
+  for (const auto& row : *db->loadDataFromDB(sql::kSelectWaitingVideos)) text += row.at(1).size();
+  EXPECT_LE(text, tovaniSQL::kResultTextLimitBytes);
+  EXPECT_GE(text, tovaniSQL::kResultTextLimitBytes / 2) << "the rows read so far are kept";
+  EXPECT_THAT(*db->loadDataFromDB("select * from device_view"), IsEmpty());
+  db->executeQuery("delete from tn_device_content");
+  EXPECT_THAT(log->lines, ElementsAre(tovaniSQL::kResultTruncatedLog,
+                                      "unsafe use of virtual table \"tn_device\"",
+                                      "table tn_device_content may not be modified"));
+  EXPECT_EQ(*db->loadDataFromDB(sql::kSelectDevice), (StoreRows{{"U-1", "440", "10"}}));
 }
 
 }  // namespace

@@ -55,6 +55,8 @@ template <class Server>
 void configure(Server& server) {
   server.new_task_queue = [] { return new httplib::ThreadPool(kWorkersPerPort); };
   server.set_payload_max_length(kLargestBody);
+  // Small answers on kept-alive connections must not wait for the client's delayed ACK.
+  server.set_tcp_nodelay(true);
 }
 
 int bindPort(httplib::Server& server, const std::string& address, int port, const char* what) {

@@ -56,10 +56,10 @@ std::optional<Route> routeFromName(std::string_view name) {
   return std::nullopt;
 }
 
-Fault parseFault(const nlohmann::json& spec) {
-  if (!spec.is_object()) reject("a fault must be a JSON object");
+Fault parseFault(const nlohmann::json& given) {
+  if (!given.is_object()) reject("a fault must be a JSON object");
   Fault fault;
-  for (const auto& [key, value] : spec.items()) {
+  for (const auto& [key, value] : given.items()) {
     if (key == "delay") {
       fault.delaySeconds = seconds(value, key);
     } else if (key == "stall") {

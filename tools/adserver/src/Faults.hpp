@@ -29,7 +29,7 @@ struct Fault {
 
 // Reads one fault object, e.g. {"stall": 5} or {"status": 500, "count": 1}. Throws
 // std::invalid_argument naming the bad key, so that a typo in a test fails loudly.
-Fault parseFault(const nlohmann::json& spec);
+Fault parseFault(const nlohmann::json& given);
 nlohmann::json faultToJson(const Fault& fault);
 
 // The live fault switches, shared by the serving threads.
