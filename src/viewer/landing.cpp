@@ -6,8 +6,9 @@ namespace tovani {
 
 namespace {
 
-// Map links leave through this web maps service; its "ll" key takes "latitude,longitude".
-constexpr const char* kMapsWebBaseUrl = "http://maps.google.com/?ll=";
+// Map links leave through this web maps service (a build setting); its "ll" key takes
+// "latitude,longitude".
+constexpr const char* kMapsWebBaseUrl = TOVANI_MAPS_URL;
 constexpr const char* kGeoScheme = "geo";
 
 }  // namespace
