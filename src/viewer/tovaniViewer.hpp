@@ -64,7 +64,8 @@ class tovaniViewer : public View {
   void parsingXml(const Text& answer);
 
   // --- frequency capping (frequency.cpp)
-  std::optional<std::string> getFreqPassVideoPath(const Text& rule, const std::string& sourceFilename,
+  std::optional<std::string> getFreqPassVideoPath(const Text& rule,
+                                                  const std::string& sourceFilename,
                                                   const Text& adid);
 
   // --- player (player.cpp)

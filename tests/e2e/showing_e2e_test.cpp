@@ -187,35 +187,32 @@ TEST(EndToEnd, FrequencyCapFallsThroughToTheNextAdAndReportsNoAdWhenNoneIsLeft) 
 }
 
 TEST(EndToEnd, ServerFaultsEndWithTheDesignedCodesAndNoCrash) {
-  // A VAST answer that stalls past the 3-second idle time-out: the request fails → 2.
-  auto stall = optionsFor("1002");
-  stall.faultsBeforeShow = R"({"vast": {"stall": 4, "count": 1}})";
-  const auto stalled = runDemo(stall);
-  ASSERT_TRUE(stalled.showings[0].result.has_value()) << stalled.message;
-  EXPECT_EQ(*stalled.showings[0].result, 2);
-
-  // A VAST answer that is not XML, or an error page: nothing can be shown → 1.
-  auto malformed = optionsFor("1002");
-  malformed.faultsBeforeShow = R"({"vast": {"malformed": true}})";
-  const auto bad = runDemo(malformed);
-  ASSERT_TRUE(bad.showings[0].result.has_value()) << bad.message;
-  EXPECT_EQ(*bad.showings[0].result, 1);
-
-  auto error = optionsFor("1002");
-  error.faultsBeforeShow = R"({"vast": {"status": 500, "empty": true}})";
-  const auto failed = runDemo(error);
-  ASSERT_TRUE(failed.showings[0].result.has_value()) << failed.message;
-  EXPECT_EQ(*failed.showings[0].result, 1);
-
-  // An ad list that does not parse leaves nothing to download; the show finds no ad → 1.
-  auto list = optionsFor("1002");
-  list.faultsAtStart = R"({"adlist": {"malformed": true}})";
-  list.inventoryTimeoutSeconds = 4;
-  const auto empty = runDemo(list);
-  EXPECT_FALSE(empty.inventoryReady);
-  ASSERT_EQ(empty.showings.size(), 1u);
-  ASSERT_TRUE(empty.showings[0].result.has_value()) << empty.message;
-  EXPECT_EQ(*empty.showings[0].result, 1);
+  struct Case {
+    const char* atStart;
+    const char* beforeShow;
+    int32_t result;
+  };
+  const Case cases[] = {
+      // A VAST answer that stalls past the 3-second idle time-out: the request fails.
+      {"", R"({"vast": {"stall": 4, "count": 1}})", 2},
+      // A VAST answer that is not XML, or an error page: nothing can be shown.
+      {"", R"({"vast": {"malformed": true}})", 1},
+      {"", R"({"vast": {"status": 500, "empty": true}})", 1},
+      // An ad list that does not parse leaves nothing to download; the show finds no ad.
+      {R"({"adlist": {"malformed": true}})", "", 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.atStart) + c.beforeShow);
+    auto o = optionsFor("1002");
+    o.faultsAtStart = c.atStart;
+    o.faultsBeforeShow = c.beforeShow;
+    if (*c.atStart) o.inventoryTimeoutSeconds = 4;  // it will not become ready
+    const auto report = runDemo(o);
+    EXPECT_EQ(report.inventoryReady, std::string(c.atStart).empty());
+    ASSERT_EQ(report.showings.size(), 1u) << report.message;
+    ASSERT_TRUE(report.showings[0].result.has_value()) << report.message;
+    EXPECT_EQ(*report.showings[0].result, c.result);
+  }
 }
 
 }  // namespace

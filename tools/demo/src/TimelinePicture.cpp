@@ -44,7 +44,8 @@ bool writeTimelinePicture(const ShowingReport& showing, const std::string& title
                           const std::string& path) {
   std::vector<TimelineEvent> events = showing.timeline;
   for (const auto& b : showing.requests) {
-    if (b.route == "track") events.push_back({b.at, "beacon", b.path.substr(b.path.find_last_of('/') + 1)});
+    if (b.route == "track")
+      events.push_back({b.at, "beacon", b.path.substr(b.path.find_last_of('/') + 1)});
   }
   double end = std::max(showing.duration, 1.0);
   for (const auto& e : events) end = std::max(end, e.at);
@@ -55,8 +56,8 @@ bool writeTimelinePicture(const ShowingReport& showing, const std::string& title
   auto x = [&](double t) { return left + t / end * width; };
 
   std::ostringstream svg;
-  svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << left + width + 220 << "\" height=\""
-      << height << "\" font-family=\"sans-serif\" font-size=\"11\">\n";
+  svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << left + width + 220
+      << "\" height=\"" << height << "\" font-family=\"sans-serif\" font-size=\"11\">\n";
   svg << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
   svg << "<text x=\"10\" y=\"24\" font-size=\"16\" font-weight=\"bold\">" << escape(title)
       << "</text>\n";
