@@ -22,7 +22,9 @@ struct HttpOptions {
   uint64_t maxDownloadBytes = 512ull << 20;  // larger downloads fail while receiving
   uint64_t maxBodyBytes = 16ull << 20;       // data requests, pages and blocking fetches
   long maxRedirects = 5;
-  double blockingFetchTimeoutSeconds = 5.0;  // whole fetchBlocking call, connect included
+  // Whole fetchBlocking call, connect included. It runs on the main thread (the countdown
+  // images), so it stays as short as the SDK's own idle time-out.
+  double blockingFetchTimeoutSeconds = 3.0;
   double beaconIdleTimeoutSeconds = 10.0;
   std::string userAgent = "tovani-linux";
 };
