@@ -2,17 +2,11 @@
 // stores adverts and starts the video queue. Every video download succeeds, so hostile names
 // really become files; the checks below catch any that lands where it must not.
 //
-// Build and run by hand from the repository root:
-//   mkdir -p build/fuzz && clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined \
-//     -Iinclude -Isrc -Itests -DTOVANI_SOURCE_DIR="\"$PWD\"" \
-//     -DTOVANI_PRODUCTION_HOST='"ads.tovani.example"'
-//     -DTOVANI_TEST_HOST='"test-ads.tovani.example"' \
-//     -DTOVANI_CDN_URL='"https://cdn.tovani.example/sdk/"' \
-//     tests/fuzz/fuzz_adlist.cpp src/util/*.cpp src/net/*.cpp src/store/*.cpp src/xml/*.cpp \
-//     src/sdk/*.cpp src/viewer/*.cpp tests/support/{TestPlatform,FakePorts,ScriptedHttp}.cpp \
-//     tests/support/{ScriptedPlayer,VirtualMainQueue,ViewerFixture}.cpp \
-//     $(pkg-config --cflags --libs sqlite3 expat liburiparser) -o build/fuzz/fuzz_adlist
-//   build/fuzz/fuzz_adlist -max_total_time=60 -max_len=65536 build/fuzz/corpus
+// Build with the fuzz preset and run from the repository root:
+//   cmake --preset fuzz && cmake --build build/fuzz --target fuzz_adlist
+//   mkdir -p build/fuzz/corpus-adlist
+//   TMPDIR=/dev/shm build/fuzz/tests/fuzz/fuzz_adlist -max_total_time=60 -max_len=65536 \
+//     build/fuzz/corpus-adlist
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>

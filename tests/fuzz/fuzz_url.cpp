@@ -1,10 +1,8 @@
 // Fuzz target for the URL parser, the percent encoders and the text trimming: none of them may
-// crash on server-sent text, and the encoders must round-trip. Built by hand with clang:
+// crash on server-sent text, and the encoders must round-trip. Build and run:
 //
-//   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined -Iinclude -Isrc \
-//     tests/fuzz/fuzz_url.cpp src/net/Url.cpp src/net/UrlEncoding.cpp src/util/Text.cpp \
-//     $(pkg-config --cflags --libs liburiparser) -o build/fuzz_url
-//   build/fuzz_url -max_total_time=60
+//   cmake --preset fuzz && cmake --build build/fuzz --target fuzz_url
+//   build/fuzz/tests/fuzz/fuzz_url -max_total_time=60
 #include <cstddef>
 #include <cstdint>
 #include <string>

@@ -2,14 +2,12 @@
 // read the viewer makes must end in a tree, none or a PlatformError; never a crash, a leak
 // or undefined behaviour.
 //
-// Built by hand with clang, from the repository root:
-//   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all
-//       -Isrc tests/fuzz/fuzz_xml.cpp src/xml/XmlValue.cpp src/xml/XMLController.cpp
-//       -lexpat -o build/fuzz_xml
-// Run (new inputs go to the first folder; the sample answers seed it):
-//   mkdir -p build/fuzz_xml_corpus
-//   build/fuzz_xml -max_total_time=60 -dict=tests/fuzz/xml.dict build/fuzz_xml_corpus
-//       tests/data/vast
+// Build with the fuzz preset; run from the repository root (new inputs go to the first
+// folder; the sample answers seed it):
+//   cmake --preset fuzz && cmake --build build/fuzz --target fuzz_xml
+//   mkdir -p build/fuzz/corpus-xml
+//   build/fuzz/tests/fuzz/fuzz_xml -max_total_time=60 -dict=tests/fuzz/xml.dict \
+//     build/fuzz/corpus-xml tests/data/vast
 #include <cstddef>
 #include <cstdint>
 #include <string>
