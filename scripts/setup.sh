@@ -7,7 +7,7 @@ set -euo pipefail
 
 packages=(
   # toolchain
-  build-essential cmake ninja-build pkg-config clang clang-format
+  build-essential cmake ninja-build pkg-config clang clang-format libclang-rt-14-dev
   # core: store, XML, JSON, URL parsing (runtime libraries named so updates are taken)
   libsqlite3-dev libsqlite3-0 sqlite3 libexpat1-dev libexpat1 nlohmann-json3-dev liburiparser-dev
   # Linux platform: HTTP, main loop, player
