@@ -12,7 +12,10 @@ namespace tovani {
 namespace {
 
 struct FacadeState {
-  std::mutex mutex;  // guards the single creation of the instance
+  // Guards the single creation of the instance. Recursive, because creating the viewer
+  // calls the host's ports, which may call the facade again.
+  std::recursive_mutex mutex;
+  bool creating = false;
   std::shared_ptr<Platform> platform;
   std::shared_ptr<TovaniSDK> instance;
   std::shared_ptr<tovaniViewer> mainViewer;
@@ -48,33 +51,49 @@ void resetFacadeForTesting() {
   state.platform.reset();
 }
 
+// Every port must be there: the core calls them without checking.
+static bool isComplete(const Platform& p) {
+  return p.mainQueue && p.clock && p.http && p.players && p.webViews && p.screen && p.application &&
+         p.device && p.reachability && p.log;
+}
+
 void TovaniSDK::setPlatform(std::shared_ptr<Platform> platform) {
   auto& state = facade();
-  std::lock_guard lock(state.mutex);
-  if (state.instance) {
-    if (facadeLog()) facadeLog()->write("tovani: setPlatform after first use is ignored");
-    return;
+  {
+    std::lock_guard lock(state.mutex);
+    if (!state.instance) {
+      state.platform = std::move(platform);
+      return;
+    }
   }
-  state.platform = std::move(platform);
+  hostCall([] { facadeLog()->write("tovani: setPlatform after first use is ignored"); });
 }
 
 std::shared_ptr<TovaniSDK> TovaniSDK::sharedInstance() {
   auto& state = facade();
   std::lock_guard lock(state.mutex);
-  if (!state.instance) {
-    if (!state.platform) state.platform = makeDefaultPlatform();
-    if (!state.platform) {
-      std::cerr << "tovani: no platform was set and none is built in; the SDK stays idle\n";
-      return nullptr;
-    }
-    state.instance = std::make_shared<TovaniSDK>();
+  if (state.instance || state.creating) return state.instance;
+  if (!state.platform) state.platform = makeDefaultPlatform();
+  if (!state.platform || !isComplete(*state.platform)) {
+    std::cerr << "tovani: no complete platform was set and none is built in; the SDK stays idle\n";
+    state.platform.reset();
+    return nullptr;
   }
+  state.creating = true;
+  auto instance = std::make_shared<TovaniSDK>();
+  state.creating = false;
+  if (instance->getMainViewer()) state.instance = std::move(instance);
   return state.instance;
 }
 
 TovaniSDK::TovaniSDK() {
   // Creating a facade replaces the process's viewer, as the designed constructor does.
-  facade().mainViewer = tovaniViewer::create(facade().platform);
+  auto& state = facade();
+  std::lock_guard lock(state.mutex);
+  if (!state.platform) state.platform = makeDefaultPlatform();
+  if (!state.platform || !isComplete(*state.platform)) return;
+  runGuarded(state.platform->log.get(),
+             [&] { state.mainViewer = tovaniViewer::create(state.platform); });
 }
 
 TovaniSDK::~TovaniSDK() = default;

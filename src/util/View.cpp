@@ -25,7 +25,8 @@ std::shared_ptr<Image> Image::fromData(std::string data, std::string sourceUrl) 
 }
 
 void View::addSubview(const std::shared_ptr<View>& child) {
-  if (!child || child.get() == this) return;
+  // A view cannot hold itself or one of its own ancestors.
+  if (!child || child.get() == this || isDescendantOf(*child)) return;
   if (child->superview().get() == this) {
     // Adding an existing subview brings it to the front, as view systems do.
     std::erase(subviews_, child);

@@ -11,11 +11,11 @@
 // of the process. Tests put it back to its load-time values with resetProcessState().
 namespace tovani {
 
-extern int32_t tovaniResult;                  // the current ResultCode; 0 at load, never reset
-extern bool isAdStart;                        // an ad request is in flight
-extern bool isDatabaseDownloading;            // a store download is running
-extern bool isAppStatusBarHidden;             // host's status bar as captured at start-up
-extern Size currentBoundSize;                 // screen size at the last layout
+extern int32_t tovaniResult;        // the current ResultCode; 0 at load, never reset
+extern bool isAdStart;              // an ad request is in flight
+extern bool isDatabaseDownloading;  // a store download is running
+extern bool isAppStatusBarHidden;   // host's status bar as captured at start-up
+extern Size currentBoundSize;       // screen size at the last layout
 // Source URLs of video downloads in flight; created by the first viewer.
 extern std::optional<std::vector<std::string>> mDownloadList;
 // Skip-countdown images: index 0 the active button, 1-5 the digits. Filled once.

@@ -1,4 +1,5 @@
 #pragma once
+#include <chrono>
 #include <cstddef>
 #include <string_view>
 
@@ -22,6 +23,8 @@ inline constexpr std::size_t kMaxAdverts = 1000;
 // Work per turn of the main queue while storing a list: new rows written, adverts looked at.
 inline constexpr std::size_t kInsertsPerTurn = 8;
 inline constexpr std::size_t kAdvertsPerTurn = 64;
+// Wall-clock time one turn may spend; at least one advert is handled per turn.
+inline constexpr std::chrono::milliseconds kTurnBudget{50};
 
 // The parsed body; an unparsable or oversized body gives an empty object, as the platform's
 // JSON reading of a broken body gives nothing to look up.

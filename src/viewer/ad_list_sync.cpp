@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -136,8 +137,10 @@ void storeAdverts(const std::shared_ptr<tovaniViewer>& viewer,
   const size_t end = std::min(count, adlist::kMaxAdverts);
   size_t inserted = 0;
   size_t examined = 0;
+  // A slow store (a hostile view behind tn_adverts, say) must not hold the thread either.
+  const auto turnEnds = std::chrono::steady_clock::now() + adlist::kTurnBudget;
   while (pending->next < end && inserted < adlist::kInsertsPerTurn &&
-         examined < adlist::kAdvertsPerTurn) {
+         examined < adlist::kAdvertsPerTurn && std::chrono::steady_clock::now() < turnEnds) {
     const size_t index = pending->next++;
     ++examined;
     if (storeAdvert(*viewer, (*adverts)[index], index)) ++inserted;

@@ -48,8 +48,8 @@ void tovaniViewer::init_images() {
   if (!skipevent_images.empty()) return;
   // The fetches block the main thread; when the CDN gave nothing, this showing does not
   // ask again on every tick.
-  if (tnAdPlayer && skipImagesFetchedFor.lock() == tnAdPlayer) return;
-  skipImagesFetchedFor = tnAdPlayer;
+  if (showingNumber != 0 && skipImagesFetchedInShowing == showingNumber) return;
+  skipImagesFetchedInShowing = showingNumber;
   std::vector<std::shared_ptr<Image>> images;
   for (int n = 0; n < kSkipImageCount; ++n) {
     auto fetched =

@@ -63,6 +63,8 @@ void tovaniViewer::tnEndCardViewState(bool hide) {
 bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
   const std::string& url = request.url;
   const auto parsed = parseUrl(url);
+  // Schemes compare without regard to case, as URLs define them: the page's commands work
+  // in whatever case it writes them.
   const std::string scheme = parsed ? parsed->scheme : std::string();
 
   if (scheme == kBridgeScheme) {

@@ -82,6 +82,7 @@ void registerPlaybackObservers(tovaniViewer& viewer) {
 }  // namespace
 
 void tovaniViewer::tnADPlayStart(const std::string& path, const XmlValue& ad) {
+  ++showingNumber;
   button = std::make_shared<View>(Kind::Button);
   button->backgroundColor = Color::clear();
   addSubview(button);
@@ -118,6 +119,7 @@ void tovaniViewer::tnADPlayStart(const std::string& path, const XmlValue& ad) {
   tnEndCardViewState(true);
 
   tnAdPlayer = platform()->players->createPlayer(path);
+  if (!tnAdPlayer) throw PlatformError("the platform made no player for " + path);
   tnAdPlayerLayer = std::make_shared<View>(Kind::VideoLayer);
   tnAdPlayerLayer->player = tnAdPlayer;
   tnAdPlayerLayer->frame = bounds();

@@ -38,8 +38,8 @@ void storeDownloadFinished(tovaniViewer& viewer, const std::optional<std::string
   // that is never downloaded again.
   const bool answered = !error && file && response.status >= 200 && response.status <= 299;
   if (!answered) {
-    if (!error) viewer.log("tovani: store download answered " + std::to_string(response.status));
     isDatabaseDownloading = false;
+    if (!error) viewer.log("tovani: store download answered " + std::to_string(response.status));
     storeDownloadFailed(viewer);
     return;
   }

@@ -6,6 +6,7 @@
 #include "tovani/Constants.hpp"
 #include "util/Guard.hpp"
 #include "util/NotificationCenter.hpp"
+#include "util/PlatformError.hpp"
 #include "viewer/ProcessState.hpp"
 #include "viewer/tovaniViewer.hpp"
 
@@ -79,6 +80,14 @@ void tovaniViewer::init_TNSDK() {
   tnLastTimeStampFlag = 1;
   tnLastTimeStamp = tnGetCurrentTime();
   tnadDocumentsPath = platform_->device->documentsDirectory();
+  // Every file the SDK writes lives in this folder; a relative one would land wherever the
+  // process happens to run.
+  if (!std::filesystem::path(*tnadDocumentsPath).is_absolute()) {
+    log("tovani: the documents folder \"" + *tnadDocumentsPath +
+        "\" is not an absolute path; start-up stops");
+    ads_init_flag = 0;
+    return;
+  }
   const std::string path = storePath();
   if (!tnDataManager) {
     tnDataManager =
@@ -87,16 +96,19 @@ void tovaniViewer::init_TNSDK() {
   }
   getTNUUIDStr();
   tnCarrierIn();
+  // A value the platform cannot give stays absent (and is asked for again next time).
   if (!tnOsversion) {
-    tnOsversion = mp_URLEncodedString(platform_->device->osVersion().value_or(""));
+    if (auto os = platform_->device->osVersion()) tnOsversion = mp_URLEncodedString(*os);
   }
   if (!tnDeviceInfo) {
-    tnDeviceInfo = mp_URLEncodedString(platform_->device->hardwareModel().value_or(""));
+    if (auto model = platform_->device->hardwareModel()) tnDeviceInfo = mp_URLEncodedString(*model);
   }
   timeRemain();
   if (!tnAdEndCardView) {
+    auto pageView = platform_->webViews->createWebView();
+    if (!pageView) throw PlatformError("the platform made no web view");
     tnAdEndCardView = std::make_shared<View>(Kind::WebView);
-    tnAdEndCardView->webView = platform_->webViews->createWebView();
+    tnAdEndCardView->webView = std::move(pageView);
     std::weak_ptr<tovaniViewer> weak = self();
     auto log = platform_->log;
     tnAdEndCardView->webView->setNavigationDecider([weak, log](const WebRequest& request) {

@@ -1,5 +1,6 @@
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "util/Guard.hpp"
@@ -138,16 +139,27 @@ void tovaniViewer::onPlaybackTick(double t) {
 
   const int64_t R = roundHalfAwayAsFloat(r);
   const int64_t elapsed = D - R;
+  // A digit missing from a list cut short is never replaced by another image; the rest of
+  // the tick still runs, and the failure is raised once the tick is done.
+  std::optional<std::string> missingImage;
+  const auto imageAt = [&](size_t index) -> std::shared_ptr<Image> {
+    try {
+      return countdownImage(index);
+    } catch (const PlatformError& e) {
+      missingImage = e.what();
+      return nullptr;
+    }
+  };
   if (elapsed >= 0 && elapsed < kCountdownSeconds) {
     // Touches go off before the digit is looked up: a missing digit must not leave the
     // button of an earlier showing tappable during the countdown.
     if (elapsed == 0 && skipevent_imageview) skipevent_imageview->userInteractionEnabled = false;
     // Digits 5..1 for the first five seconds.
-    auto digit = countdownImage(static_cast<size_t>(kCountdownSeconds - elapsed));
-    if (skipevent_imageview) skipevent_imageview->image = digit;
+    auto digit = imageAt(static_cast<size_t>(kCountdownSeconds - elapsed));
+    if (skipevent_imageview && digit) skipevent_imageview->image = digit;
     if (elapsed == 2 && endCardWanted(tnAdsExtensionsEndcardUse)) tnEndCardPrepare();
-  } else {
-    auto active = countdownImage(kActiveSkipImage);
+  } else if (auto active = imageAt(kActiveSkipImage)) {
+    // Only a button the user can see takes taps.
     if (skipevent_imageview) skipevent_imageview->image = active;
     if (!skipevent_touch) skipevent_touch = tapFor(self(), &tovaniViewer::skipevent_click);
     if (skipevent_imageview) {
@@ -170,6 +182,7 @@ void tovaniViewer::onPlaybackTick(double t) {
     ++actioncomplete_flag;
     tnSendEventURL(tnAdsCompleteTracking);
   }
+  if (missingImage) throw PlatformError(*missingImage);
 }
 
 }  // namespace tovani

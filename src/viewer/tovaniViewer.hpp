@@ -169,10 +169,11 @@ class tovaniViewer : public View {
   int64_t actionevent_flag = 0;
   int64_t actioncomplete_flag = 0;
 
-  // --- controls (controls.cpp), our own addition: the player for which an empty countdown
-  // list was last fetched, so that a CDN that is down is asked again at most once per
-  // showing instead of blocking the main thread on every tick.
-  std::weak_ptr<MediaPlayer> skipImagesFetchedFor;
+  // --- our own additions: showings started so far (player.cpp), and the showing in which
+  // the countdown images were last fetched (controls.cpp), so that a CDN that is down blocks
+  // the main thread once per showing instead of on every tick.
+  uint64_t showingNumber = 0;
+  uint64_t skipImagesFetchedInShowing = 0;
 };
 
 // True when an end-card switch value asks for the end card: "true" or empty (absent too).

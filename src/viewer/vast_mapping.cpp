@@ -51,13 +51,21 @@ void tovaniViewer::parsingXml(const Text& answer) {
     const bool singleAd = ads.isMap();
 
     for (const XmlValue& ad : candidateAds(ads)) {
-      const Text adid = stringForKeyPath(ad, "id");
+      // An id that is an element rather than text can match no store row; that ad is
+      // passed over like any ad that is not cached.
+      Text adid;
+      bool oddId = false;
+      try {
+        adid = stringForKeyPath(ad, "id");
+      } catch (const PlatformError&) {
+        oddId = true;
+      }
       const Text fileName = videoFileNameOf(ad);
 
       std::optional<StoreRow> row;
       // A name that would leave the documents folder is never looked up: the ad counts
       // as not cached, and the store is refreshed as for any missing video.
-      if (fileName && !videoFileNameProblem(*fileName, tnDataDBFileName.value_or("")) &&
+      if (!oddId && fileName && !videoFileNameProblem(*fileName, tnDataDBFileName.value_or("")) &&
           tnDataManager) {
         const StoreRows rows =
             *tnDataManager->loadDataFromDB(formatAt(sql::kSelectPlayableAdvert, {adid, fileName}));
@@ -81,6 +89,12 @@ void tovaniViewer::parsingXml(const Text& answer) {
       break;
     }
   } catch (...) {
+    // A start that failed half-way (a server answer the player set-up cannot walk) must not
+    // leave the host's status bar hidden or a control behind.
+    if (!played) {
+      init_player();
+      platform()->application->setStatusBarHidden(isAppStatusBarHidden);
+    }
     reportNoAdUnlessPlayed();
     throw;
   }

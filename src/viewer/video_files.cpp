@@ -54,6 +54,9 @@ std::optional<std::string> videoFileNameProblem(std::string_view name,
   // Hidden names are never videos; temporary downloads and platform files live there.
   if (name.front() == '.') return "hidden or relative name";
   if (hasSeparatorOrControl(name)) return "separator or control character in name";
+  // The statements quote names without escaping: a quote would break the one that marks the
+  // video as cached, and the queue would fetch the same file for ever.
+  if (name.find('\'') != std::string_view::npos) return "quote in name";
   // The name is already decoded once. Something that decodes again into a separator or a
   // relative name would turn into a path as soon as any layer decodes it once more.
   const std::string decodedAgain = percentDecode(name);

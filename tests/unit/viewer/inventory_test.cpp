@@ -73,7 +73,8 @@ TEST_F(AdListSync, AdvertsThatCannotBeStoredSafelyAreSkippedAndTheRestKept) {
                v + "..", v + "%2E%2E", v + "a%2Fb.mp4", v + "a%252Fb.mp4", v + "a%5Cb.mp4",
                v + "a%00b.mp4", v + "tnad_005.data", v + "TNAD_005.DATA-journal",
                v + "tnad_005.data-wal?x=1", v + ".hidden.mp4", "http://cdn.example/",
-               v + "%2e%2e%252f..%252fescape.mp4", v + std::string(300, 'n') + ".mp4"})
+               v + "%2e%2e%252f..%252fescape.mp4", v + std::string(300, 'n') + ".mp4",
+               v + "it''s.mp4"})  // would become it's and break the statement marking it
     list.push_back(advertJson("x", url));
   list.push_back(advertJson("99", v + "fine%20name.mp4", "http://t.example/?q=%@&r=%%\u00e9"));
   sync(adListJson(list));

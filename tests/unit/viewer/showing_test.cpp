@@ -178,6 +178,16 @@ TEST(Showing, AMissingCountdownDigitIsNeverReplacedNorLeavesAnEarlierSkipButtonT
   f.playTo(4.5);
   EXPECT_FALSE(f.viewer()->skipevent_imageview->tap());
   EXPECT_EQ("viewer video time skip1 | 3", f.screen());
+
+  // No image at all: no skip button to see or tap, but the rest of the showing runs.
+  AdScreen down;
+  down.tp.http->onPrefix(TOVANI_URL_CDN, answer("", 0, 503));
+  down.show(ad);
+  down.playTo(14);
+  EXPECT_FALSE(down.viewer()->skipevent_imageview->tap());
+  EXPECT_EQ("viewer video time skip action |", down.screen());
+  EXPECT_NE(std::string::npos, down.sent().find("complete@13.8"));
+  EXPECT_EQ(1u, down.urls(Kind::Blocking, "0_skip.png").size()) << "blocking once per showing";
 }
 
 TEST(Showing, VideoFillsAPhoneKeepsTheOrientationsProportionsOnATabletAndControlsSitInCorners) {
