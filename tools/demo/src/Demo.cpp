@@ -238,17 +238,25 @@ DemoReport runDemo(const DemoOptions& options) {
     return report;
   };
 
+  std::string notReady;
   if (!report.inventoryReady) {
-    std::string why =
+    notReady =
         "no ad became ready within " + format("%.0f", options.inventoryTimeoutSeconds) + " s";
-    for (const auto& r : server.requests()) {
-      if (r.status != 200 && r.route != "track") {
-        why += "; " + r.route + " answered " + std::to_string(r.status);
-      }
+    if (!inventory.storePresent) {
+      notReady += ": the store file never arrived";
+    } else {
+      notReady += ": " + std::to_string(inventory.videosCached) + " of " +
+                  std::to_string(inventory.adverts) + " videos cached";
     }
-    if (!inventory.storePresent) why += "; the store file never arrived";
-    if (options.inventoryOnly || options.faultsAtStart.empty()) return finish(false, why);
-    out(why);
+    for (const auto& r : server.requests()) {
+      if (r.route == "track") continue;
+      if (r.status != 200) notReady += "; " + r.route + " answered " + std::to_string(r.status);
+    }
+    if (inventory.storePresent && inventory.videosCached < inventory.adverts) {
+      notReady += " (a failed video download stops the queue until the next ad-list sync)";
+    }
+    if (options.inventoryOnly) return finish(false, notReady);
+    out(notReady + "; showing anyway");
   } else {
     out("inventory ready: " + std::to_string(inventory.videosCached) + " videos cached");
   }
@@ -325,6 +333,7 @@ DemoReport runDemo(const DemoOptions& options) {
     }
     report.showings.push_back(std::move(showing));
   }
+  if (!notReady.empty()) return finish(false, notReady);
   return finish(allAsExpected && problems.empty(),
                 allAsExpected ? "every showing ended as expected" + problems
                               : "a showing did not end as expected" + problems);
