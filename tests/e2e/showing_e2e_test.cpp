@@ -138,21 +138,15 @@ TEST(EndToEnd, EndCardReloadReplaysWithoutNewEventsThenCloseKeepsTheReward) {
 }
 
 TEST(EndToEnd, LeavingForElevenSecondsAbandonsTheAdButTenSecondsResumesIt) {
-  auto away = optionsFor("1002");
-  away.actions.backgroundAt = 4;
-  away.actions.backgroundFor = 11;
-  const auto abandoned = runDemo(away);
-  ASSERT_TRUE(abandoned.showings[0].result.has_value()) << abandoned.message;
-  EXPECT_EQ(*abandoned.showings[0].result, 3);
-  EXPECT_FALSE(has(events(abandoned.showings[0]), "complete"));
-
-  auto brief = optionsFor("1002");
-  brief.actions.backgroundAt = 4;
-  brief.actions.backgroundFor = 10;
-  const auto resumed = runDemo(brief);
-  ASSERT_TRUE(resumed.showings[0].result.has_value()) << resumed.message;
-  EXPECT_EQ(*resumed.showings[0].result, 0);
-  EXPECT_TRUE(has(events(resumed.showings[0]), "complete"));
+  for (const auto& [away, result] : {std::pair{11.0, 3}, {10.0, 0}}) {
+    auto o = optionsFor("1002");
+    o.actions.backgroundAt = 4;
+    o.actions.backgroundFor = away;
+    const auto report = runDemo(o);
+    ASSERT_TRUE(report.showings[0].result.has_value()) << report.message;
+    EXPECT_EQ(*report.showings[0].result, result) << away;
+    EXPECT_EQ(has(events(report.showings[0]), "complete"), result == 0) << away;
+  }
 }
 
 TEST(EndToEnd, FrequencyCapFallsThroughToTheNextAdAndReportsNoAdWhenNoneIsLeft) {

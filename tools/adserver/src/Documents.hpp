@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Scenario.hpp"
+#include "tovani/adserver/AdServer.hpp"
 
 namespace tovani::adserver {
 
@@ -20,7 +21,5 @@ std::string renderAdList(const nlohmann::json& adverts, const std::string& uuid)
 // A body of the right kind that no parser accepts, made from the real `body`.
 std::string malformedJson(std::string_view body);
 std::string malformedXml(std::string_view body);
-
-std::string escapeXml(std::string_view text);
 
 }  // namespace tovani::adserver

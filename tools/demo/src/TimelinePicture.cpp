@@ -1,5 +1,7 @@
 #include "TimelinePicture.hpp"
 
+#include "tovani/adserver/AdServer.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <fstream>
@@ -10,29 +12,6 @@
 namespace tovani::demo {
 
 namespace {
-
-std::string escape(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    switch (c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      default:
-        out += c;
-    }
-  }
-  return out;
-}
 
 const std::vector<std::pair<std::string, std::string>> kLanes = {
     {"stage", "#4a6fa5"},  {"countdown", "#8e6bb8"}, {"beacon", "#2e8b57"},
@@ -59,8 +38,8 @@ bool writeTimelinePicture(const ShowingReport& showing, const std::string& title
   svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << left + width + 220
       << "\" height=\"" << height << "\" font-family=\"sans-serif\" font-size=\"11\">\n";
   svg << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
-  svg << "<text x=\"10\" y=\"24\" font-size=\"16\" font-weight=\"bold\">" << escape(title)
-      << "</text>\n";
+  svg << "<text x=\"10\" y=\"24\" font-size=\"16\" font-weight=\"bold\">"
+      << adserver::escapeXml(title) << "</text>\n";
   std::map<std::string, double> laneY;
   for (size_t i = 0; i < kLanes.size(); ++i) {
     const double y = top + laneHeight * static_cast<double>(i) + laneHeight / 2;
@@ -94,17 +73,18 @@ bool writeTimelinePicture(const ShowingReport& showing, const std::string& title
     static constexpr double kOffsets[] = {-10, 20, -22, 32};
     const double labelY = y + kOffsets[n % 4];
     svg << "<circle cx=\"" << x(e.at) << "\" cy=\"" << y << "\" r=\"4\" fill=\"" << lane->second
-        << "\"><title>" << escape(e.label) << " at " << e.at << " s</title></circle>\n";
+        << "\"><title>" << adserver::escapeXml(e.label) << " at " << e.at
+        << " s</title></circle>\n";
     svg << "<text x=\"" << x(e.at) + 3 << "\" y=\"" << labelY << "\" fill=\"" << lane->second
-        << "\" font-size=\"9\">" << escape(e.label.substr(0, 40)) << "</text>\n";
+        << "\" font-size=\"9\">" << adserver::escapeXml(e.label.substr(0, 40)) << "</text>\n";
   }
   svg << "</svg>\n";
 
   std::ofstream out(path, std::ios::trunc);
   if (!out) return false;
   if (path.size() > 5 && path.substr(path.size() - 5) == ".html") {
-    out << "<!doctype html><html><head><meta charset=\"utf-8\"><title>" << escape(title)
-        << "</title></head><body>\n"
+    out << "<!doctype html><html><head><meta charset=\"utf-8\"><title>"
+        << adserver::escapeXml(title) << "</title></head><body>\n"
         << svg.str() << "</body></html>\n";
   } else {
     out << svg.str();

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // The development ad server: everything the SDK talks to (store file, ad list, VAST,
@@ -22,6 +23,10 @@ struct HostNames {
   std::string cdnHost;     // host part of cdnUrl
 };
 HostNames compiledHostNames();
+
+// Text made safe inside XML or HTML markup (also inside quoted attributes); used by the
+// server's documents and pages and by tools that draw reports of what it served.
+std::string escapeXml(std::string_view text);
 
 // One request as the server received it. Control requests (paths under /__) are not kept.
 struct LoggedRequest {
