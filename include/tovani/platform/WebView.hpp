@@ -9,6 +9,9 @@ struct WebRequest {
   std::string url;
   std::string method = "GET";
   std::string body;
+  // Set by the adapter when a person started this navigation (a tap or click on the shown
+  // page); false for the initial load, redirects and navigations a script made on its own.
+  bool userInitiated = false;
 };
 
 // A page view. Hidden state, frame and z position live on its View node; the port loads
