@@ -81,7 +81,9 @@ class View : public std::enable_shared_from_this<View> {
   std::shared_ptr<Image> image;
   // Video layer
   std::shared_ptr<MediaPlayer> player;
-  VideoGravity videoGravity = VideoGravity::Resize;
+  // A new video layer shows the video at its own aspect ratio; only layouts that ask for
+  // another gravity change it.
+  VideoGravity videoGravity = VideoGravity::ResizeAspect;
   // Web view
   std::shared_ptr<WebView> webView;
 

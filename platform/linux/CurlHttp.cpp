@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -52,6 +54,39 @@ class Leftover {
   std::string path_;
 };
 
+// Stops every live worker when the process exits. A host may exit while transfers run, and
+// the TLS library's own exit handler then frees what such a transfer goes on using on its
+// worker thread. The handler is registered after curl's global set-up, so it runs first.
+class WorkersAtExit {
+ public:
+  static WorkersAtExit& instance() {
+    static auto* workers = new WorkersAtExit;  // used from an exit handler: never destroyed
+    return *workers;
+  }
+  void add(const void* key, std::function<void()> stop) {
+    std::lock_guard lock(mutex_);
+    if (!registered_) registered_ = std::atexit(&WorkersAtExit::stopAll) == 0;
+    stops_[key] = std::move(stop);
+  }
+  void remove(const void* key) {
+    std::lock_guard lock(mutex_);
+    stops_.erase(key);
+  }
+
+ private:
+  static void stopAll() {
+    std::unordered_map<const void*, std::function<void()>> stops;
+    {
+      std::lock_guard lock(instance().mutex_);
+      stops.swap(instance().stops_);
+    }
+    for (auto& [key, stop] : stops) stop();
+  }
+  std::mutex mutex_;
+  bool registered_ = false;
+  std::unordered_map<const void*, std::function<void()>> stops_;
+};
+
 }  // namespace
 
 struct CurlHttp::Impl {
@@ -71,6 +106,19 @@ struct CurlHttp::Impl {
 
   std::mutex blockingMutex;
   CURL* blocking = nullptr;  // kept between calls so its connections and TLS sessions are reused
+
+  std::mutex joinMutex;  // the destructor and the exit handler may both stop the worker
+
+  // Idempotent; transfers still running are dropped with their temporary files.
+  void stopWorker() {
+    {
+      std::lock_guard lock(mutex);
+      stopping = true;
+    }
+    curl_multi_wakeup(multi);
+    std::lock_guard join(joinMutex);
+    if (worker.joinable() && worker.get_id() != std::this_thread::get_id()) worker.join();
+  }
 
   ~Impl() {
     if (blocking != nullptr) curl_easy_cleanup(blocking);
@@ -213,15 +261,14 @@ CurlHttp::CurlHttp(std::shared_ptr<MainQueue> mainQueue, HttpOptions options)
   impl_->connectTo = detail::makeConnectTo(impl_->options.connectTo);
   impl_->multi = curl_multi_init();
   impl_->worker = std::thread([impl = impl_.get()] { impl->run(); });
+  WorkersAtExit::instance().add(impl_.get(), [weak = std::weak_ptr<Impl>(impl_)] {
+    if (auto impl = weak.lock()) impl->stopWorker();
+  });
 }
 
 CurlHttp::~CurlHttp() {
-  {
-    std::lock_guard lock(impl_->mutex);
-    impl_->stopping = true;
-  }
-  curl_multi_wakeup(impl_->multi);
-  impl_->worker.join();
+  WorkersAtExit::instance().remove(impl_.get());
+  impl_->stopWorker();
 }
 
 void CurlHttp::dataRequest(DataRequest request, DataCompletion done) {

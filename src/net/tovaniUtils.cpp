@@ -1,5 +1,7 @@
 #include "net/tovaniUtils.hpp"
 
+#include <cstdlib>
+#include <filesystem>
 #include <utility>
 
 #include "net/UrlEncoding.hpp"
@@ -65,13 +67,31 @@ void tovaniUtils::requestDownload(const Platform& platform, const std::string& u
   request.idleTimeoutSeconds = kIdleTimeoutSeconds;
   // The temporary file lands beside its final place, so that moving it in is one rename and
   // nothing is ever written outside the app's documents folder.
-  request.temporaryDirectory = platform.device->documentsDirectory();
+  const auto folder = documentsFolder(*platform.device);
+  if (!folder) {
+    failUnsent(platform, std::move(completion), std::optional<std::string>());
+    return;
+  }
+  request.temporaryDirectory = *folder;
   platform.http->download(
       std::move(request), [log = platform.log, completion = std::move(completion)](
                               std::optional<std::string> file, HttpResponse response,
                               std::optional<HttpError> error) mutable {
         complete(log, completion, std::move(file), std::move(response), std::move(error));
       });
+}
+
+std::optional<std::string> tovaniUtils::documentsFolder(const Device& device) {
+  std::string folder = device.documentsDirectory();
+  // "~" and "~/..." stand for the user's home folder, as the platform's folder search gives
+  // them; "~name" is not expanded and stays relative.
+  if (folder == "~" || folder.starts_with("~/")) {
+    const char* home = std::getenv("HOME");
+    if (home == nullptr || *home == '\0') return std::nullopt;
+    folder = std::string(home) + folder.substr(1);
+  }
+  if (!std::filesystem::path(folder).is_absolute()) return std::nullopt;
+  return folder;
 }
 
 std::string tovaniUtils::queryParameterForDeviceName(const Device& device) {

@@ -1,4 +1,5 @@
 #pragma once
+#include <optional>
 #include <string>
 
 #include "tovani/Platform.hpp"
@@ -17,6 +18,8 @@ class tovaniUtils {
   static std::string queryParameterForDeviceName(const Device& device);
   // "&osv=%@" with the URL-encoded OS version, or "" without one.
   static std::string queryParameterForDeviceVersion(const Device& device);
+  // The device's documents folder with a leading "~" expanded; none unless absolute.
+  static std::optional<std::string> documentsFolder(const Device& device);
 };
 
 }  // namespace tovani

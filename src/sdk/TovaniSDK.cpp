@@ -21,9 +21,13 @@ struct FacadeState {
   std::shared_ptr<tovaniViewer> mainViewer;
 };
 
+// Never destroyed: the facade and its viewer live for the whole process, and a host may exit
+// from any point of a showing. Destroying the viewer among the other objects torn down at
+// exit would run its tear-down against state that is already gone (the notification centre,
+// the platform's threads), so it is deliberately left to the end of the process.
 FacadeState& facade() {
-  static FacadeState state;
-  return state;
+  static auto* state = new FacadeState;
+  return *state;
 }
 
 Log* facadeLog() {

@@ -5,8 +5,10 @@
 namespace tovani {
 
 NotificationCenter& NotificationCenter::defaultCenter() {
-  static NotificationCenter center;
-  return center;
+  // Never destroyed: the viewer, which also lives to the end of the process, removes its
+  // observers here, and nothing may be torn down under it at exit.
+  static auto* center = new NotificationCenter;
+  return *center;
 }
 
 void NotificationCenter::addObserver(const void* owner, const std::string& name, Handler handler,

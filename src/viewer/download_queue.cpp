@@ -13,6 +13,7 @@ namespace tovani {
 namespace {
 
 namespace fs = std::filesystem;
+using FailedInChain = tovaniViewer::FailedInChain;
 
 // Columns of a work-list row (ads_no, sources_value, video_filename, use_flag). A row
 // with a NULL column comes back shorter with its values moved forward; such a row
@@ -39,31 +40,46 @@ void removeStaleFile(const std::string& path) {
   fs::remove(path, ec);
 }
 
-void downloadFinished(tovaniViewer& viewer, const std::string& url, const std::string& path,
-                      const std::string& fileName, const std::optional<std::string>& file,
-                      const HttpResponse& response, const std::optional<HttpError>& error) {
-  if (mDownloadList) std::erase(*mDownloadList, url);
-  if (error || !file) return;
+// Whether the finished download is now the cached video. A network error stays silent.
+bool installVideo(tovaniViewer& viewer, const std::string& url, const std::string& path,
+                  const std::string& fileName, const std::optional<std::string>& file,
+                  const HttpResponse& response, const std::optional<HttpError>& error) {
+  if (error || !file) return false;
   // An error page is not a video: nothing is moved in and the record keeps waiting.
   if (!isSuccessStatus(response.status)) {
     viewer.log("tovani: video download answered " + std::to_string(response.status) + ": " + url);
-    return;
+    return false;
   }
   // The temporary file sits in the documents folder, so this is one rename, never a copy.
   std::error_code ec;
   fs::rename(*file, path, ec);
   if (ec) {
     viewer.log("tovani: downloaded video could not be moved into place: " + fileName);
-    return;
+    return false;
   }
-  if (!fs::is_regular_file(path, ec)) return;
-  viewer.tnDataManager->executeQuery(formatAt(sql::kMarkVideoCached, {fileName}));
-  viewer.checkAndDownloadNext();
+  return fs::is_regular_file(path, ec);
+}
+
+void downloadFinished(tovaniViewer& viewer, const std::string& url, const std::string& path,
+                      const std::string& fileName, const std::optional<std::string>& file,
+                      const HttpResponse& response, const std::optional<HttpError>& error,
+                      const FailedInChain& failed) {
+  if (mDownloadList) std::erase(*mDownloadList, url);
+  if (installVideo(viewer, url, path, fileName, file, response, error)) {
+    viewer.tnDataManager->executeQuery(formatAt(sql::kMarkVideoCached, {fileName}));
+  } else {
+    // A failed video never blocks the others: the chain goes on without it, and the next
+    // trigger's chain asks for it again.
+    failed->push_back(url);
+  }
+  viewer.checkAndDownloadNext(failed);
 }
 
 }  // namespace
 
-void tovaniViewer::checkAndDownloadNext() {
+void tovaniViewer::checkAndDownloadNext(FailedInChain failed) {
+  // A trigger starts a chain of its own, which may try again what an earlier one failed.
+  if (!failed) failed = std::make_shared<std::vector<std::string>>();
   if (!tnDataManager) return;
   if (!mDownloadList) mDownloadList.emplace();
   const StoreRows rows = *tnDataManager->loadDataFromDB(sql::kSelectWaitingVideos);
@@ -75,6 +91,7 @@ void tovaniViewer::checkAndDownloadNext() {
     const std::string& url = row[kSourceValue];
     const std::string& fileName = row[kVideoFileName];
     if (isInFlight(url)) continue;
+    if (std::find(failed->begin(), failed->end(), url) != failed->end()) continue;
     // The store may hold rows the sync never wrote; their values are checked again here,
     // where they become an address and a path.
     const auto path = videoFilePath(documents, fileName, storeName);
@@ -87,10 +104,10 @@ void tovaniViewer::checkAndDownloadNext() {
     removeStaleFile(*path);
     tovaniUtils::requestDownload(
         *platform(), url,
-        [viewer = self(), url, path = *path, fileName](std::optional<std::string> file,
-                                                       HttpResponse response,
-                                                       std::optional<HttpError> error) {
-          downloadFinished(*viewer, url, path, fileName, file, response, error);
+        [viewer = self(), url, path = *path, fileName, failed](std::optional<std::string> file,
+                                                               HttpResponse response,
+                                                               std::optional<HttpError> error) {
+          downloadFinished(*viewer, url, path, fileName, file, response, error, failed);
         });
     return;
   }

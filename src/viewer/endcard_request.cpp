@@ -43,9 +43,9 @@ Text appIdOf(const Text& etc) {
 }  // namespace
 
 bool endCardWanted(const Text& endcardUse) {
-  // An ad whose answer has no end-card switch at all is treated like an empty one: it
-  // gets the end card.
-  return !endcardUse || endcardUse->empty() || *endcardUse == "true";
+  // An absent switch is neither "true" nor empty: an ad whose answer has none closes
+  // without an end card.
+  return endcardUse && (endcardUse->empty() || *endcardUse == "true");
 }
 
 void tovaniViewer::tnEndCardPrepare() {

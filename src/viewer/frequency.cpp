@@ -20,7 +20,8 @@ std::optional<std::string> tovaniViewer::getFreqPassVideoPath(const Text& rule,
                                                               const Text& adid) {
   // The cached file, or none after asking the store to forget it and fetch it again.
   const auto fileCheck = [&]() -> std::optional<std::string> {
-    const std::string folder = tnadDocumentsPath.value_or(platform()->device->documentsDirectory());
+    const std::string folder =
+        tnadDocumentsPath ? *tnadDocumentsPath : documentsFolder().value_or("");
     const auto path = folder.empty()
                           ? std::nullopt
                           : videoFilePath(folder, sourceFilename, tnDataDBFileName.value_or(""));

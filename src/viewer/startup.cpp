@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "net/UrlEncoding.hpp"
+#include "net/tovaniUtils.hpp"
 #include "store/Statements.hpp"
 #include "tovani/Constants.hpp"
 #include "util/Guard.hpp"
@@ -63,6 +64,10 @@ std::string tovaniViewer::storePath() const {
       .string();
 }
 
+std::optional<std::string> tovaniViewer::documentsFolder() const {
+  return tovaniUtils::documentsFolder(*platform_->device);
+}
+
 int64_t tovaniViewer::tnGetCurrentTime() const {
   return static_cast<int64_t>(std::trunc(platform_->clock->now()));
 }
@@ -79,11 +84,11 @@ void tovaniViewer::init_TNSDK() {
   tnProviderUrl = devType ? TOVANI_TEST_AD_HOST : TOVANI_PRODUCTION_AD_HOST;
   tnLastTimeStampFlag = 1;
   tnLastTimeStamp = tnGetCurrentTime();
-  tnadDocumentsPath = platform_->device->documentsDirectory();
+  tnadDocumentsPath = documentsFolder();
   // Every file the SDK writes lives in this folder; a relative one would land wherever the
   // process happens to run.
-  if (!std::filesystem::path(*tnadDocumentsPath).is_absolute()) {
-    log("tovani: the documents folder \"" + *tnadDocumentsPath +
+  if (!tnadDocumentsPath) {
+    log("tovani: the documents folder \"" + platform_->device->documentsDirectory() +
         "\" is not an absolute path; start-up stops");
     ads_init_flag = 0;
     return;

@@ -155,10 +155,14 @@ void tovaniViewer::onPlaybackTick(double t) {
     // button of an earlier showing tappable during the countdown.
     if (elapsed == 0 && skipevent_imageview) skipevent_imageview->userInteractionEnabled = false;
     // Digits 5..1 for the first five seconds.
+    // A digit that could not be fetched shows no image at all, never the one shown before.
     auto digit = imageAt(static_cast<size_t>(kCountdownSeconds - elapsed));
-    if (skipevent_imageview && digit) skipevent_imageview->image = digit;
+    if (skipevent_imageview) skipevent_imageview->image = digit;
     if (elapsed == 2 && endCardWanted(tnAdsExtensionsEndcardUse)) tnEndCardPrepare();
-  } else if (auto active = imageAt(kActiveSkipImage)) {
+  } else if (auto active = imageAt(kActiveSkipImage); !active) {
+    // Without the active button the last digit must not stay on screen either.
+    if (skipevent_imageview) skipevent_imageview->image = nullptr;
+  } else {
     // Only a button the user can see takes taps.
     if (skipevent_imageview) skipevent_imageview->image = active;
     if (!skipevent_touch) skipevent_touch = tapFor(self(), &tovaniViewer::skipevent_click);

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "store/tovaniSQL.hpp"
 #include "tovani/Platform.hpp"
@@ -37,6 +38,8 @@ class tovaniViewer : public View {
   void tnCarrierIn();
   int64_t tnGetCurrentTime() const;
   std::string storePath() const;  // documents folder / tnDataDBFileName
+  // The platform's documents folder with a leading "~" expanded; none unless absolute.
+  std::optional<std::string> documentsFolder() const;
 
   // --- show flow (show_flow.cpp)
   void prepareAD_TNSDK();
@@ -54,7 +57,9 @@ class tovaniViewer : public View {
   void getTNJsonList();
 
   // --- video download queue (download_queue.cpp)
-  void checkAndDownloadNext();
+  // Source URLs that failed in one chain of downloads; none starts a new chain.
+  using FailedInChain = std::shared_ptr<std::vector<std::string>>;
+  void checkAndDownloadNext(FailedInChain failed = nullptr);
 
   // --- cache cleanup (cache_cleanup.cpp)
   void deleteMp4File(int64_t days);
@@ -176,7 +181,7 @@ class tovaniViewer : public View {
   uint64_t skipImagesFetchedInShowing = 0;
 };
 
-// True when an end-card switch value asks for the end card: "true" or empty (absent too).
+// True when an end-card switch value asks for the end card: "true" or empty, never absent.
 bool endCardWanted(const Text& endcardUse);
 
 }  // namespace tovani

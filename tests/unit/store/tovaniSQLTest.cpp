@@ -79,6 +79,8 @@ TEST_F(StoreTest, RowsComeAsTextInAListTheNextCallEmpties) {
   const auto rows = db->loadDataFromDB("select *, 2.5, x'4142' from tn_device order by rowid");
   EXPECT_EQ(*rows, (StoreRows{{"440", "10", "2.5", "AB"}, {"2.5", "AB"}}));
   EXPECT_THAT(db->arrColumnNames(), ElementsAre("uuid", "mcc", "mnc", "2.5", "x'4142'"));
+  EXPECT_THAT(*db->loadDataFromDB("select * from tn_device where uuid is null and mcc is null"),
+              IsEmpty());
   EXPECT_THAT(*db->loadDataFromDB("select * from tn_device where 0"), IsEmpty());
   EXPECT_THAT(db->arrColumnNames(), IsEmpty());
   EXPECT_THAT(*rows, IsEmpty()) << "a caller that kept the list sees it emptied";

@@ -85,6 +85,9 @@ TEST_F(PlatformPorts, RequestsAreShortIdleGetsAnsweredLaterWithCompletionsContai
 
 TEST_F(PlatformPorts, QueryParametersCarryTheEncodedDeviceValuesOrNothing) {
   EXPECT_EQ(tovaniUtils::queryParameterForDeviceName(*ports), "") << "no model, no parameter";
+  EXPECT_EQ(tovaniUtils::queryParameterForDeviceVersion(*ports), "") << "no version, no parameter";
+  ports->version = "10.3";
+  EXPECT_EQ(tovaniUtils::queryParameterForDeviceVersion(*ports), "&osv=10.3");
   ports->model = "iPhone9,3", ports->version = "";
   EXPECT_EQ(tovaniUtils::queryParameterForDeviceName(*ports) +
                 tovaniUtils::queryParameterForDeviceVersion(*ports),

@@ -74,7 +74,23 @@ TEST(Showing, RewardTrackingAndEndCardByLengthAndSkippability) {
     EXPECT_FALSE(f.endCard().navigate(kClose));
     EXPECT_EQ(" | 0", f.screen()) << c.duration;
     EXPECT_FALSE(f.tp.app->statusBarHidden) << c.duration;
+    f.playTo(c.duration + 20);
+    EXPECT_EQ(c.beacons, f.sent()) << "nothing is sent after the card's close";
   }
+}
+
+TEST(Showing, AVideoShorterThanHalfASecondHasNoCountdownAndIsRewardedOnItsFirstTick) {
+  AdScreen f;
+  f.show({.duration = 0.4, .skipUse = "Y"});
+  EXPECT_EQ(0, tovaniResult);
+  EXPECT_EQ("start@0", f.sent());
+  f.playTo(0.3);
+  EXPECT_EQ("viewer video time skip5 |", f.screen());  // the digit never moves
+  EXPECT_FALSE(f.viewer()->skipevent_imageview->tap());
+  f.playTo(1);
+  EXPECT_EQ("viewer video card |", f.screen());
+  f.endCard().navigate(kClose);
+  EXPECT_EQ(" | 0", f.screen());
 }
 
 TEST(Showing, CountdownListRefreshAndCardLoadsOfASkippableAdAndASecondShowing) {
@@ -109,11 +125,11 @@ TEST(Showing, CountdownListRefreshAndCardLoadsOfASkippableAdAndASecondShowing) {
 
 TEST(Showing, SkipBeforeOrAfterTheRewardOrWithoutACardStopsTheVideo) {
   // Only a video that reached its last second raises the card above the controls.
-  const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
-      {"10.2", "true", "viewer card |", " | 3"},
-      {"28.8", "true", "viewer card^ |", " | 0"},
-      {"6", "false", " | 3", " | 3"}};
-  for (const auto& [at, card, seen, closed] : cases) {
+  const std::tuple<const char*, const char*, const char*, const char*, int> cases[] = {
+      {"10.2", "true", "viewer card |", " | 3", 2},
+      {"28.8", "true", "viewer card^ |", " | 0", 2},
+      {"6", "false", " | 3", " | 3", 3}};
+  for (const auto& [at, card, seen, closed, playState] : cases) {
     AdScreen f;
     f.show({.skipUse = "Y", .endcardUse = card});
     f.playTo(std::stod(at));
@@ -121,25 +137,58 @@ TEST(Showing, SkipBeforeOrAfterTheRewardOrWithoutACardStopsTheVideo) {
     f.playTo(std::stod(at) + 10);  // no tick after the tap
     EXPECT_EQ(*card == 't', f.sent().ends_with(std::string(" impression@") + at)) << f.sent();
     EXPECT_EQ(seen, f.screen());
+    // Skipped (3) or on the card (2): a long stay in the background changes nothing.
+    EXPECT_EQ(playState, f.viewer()->tnVideoPlayState);
+    f.tp.app->fire(AppEvent::WillResignActive);
+    f.playTo(std::stod(at) + 30);
+    f.tp.app->fire(AppEvent::WillEnterForeground);
+    EXPECT_EQ(seen, f.screen());
     if (*card == 't') f.endCard().navigate(kClose);
     EXPECT_EQ(closed, f.screen());
   }
 }
 
 TEST(Showing, ActionTapCountsProgressBeforeFourteenSecondsAVideoClickAfterAndLeaves) {
-  const std::tuple<const char*, const char*, const char*> cases[] = {
-      {"10.2", "clickprogress", " | 3"},
-      {"20.1", "videoclick", " | 3"},
-      {"29.1", "videoclick", " | 0"}};
-  for (const auto& [at, beacon, seen] : cases) {
+  const std::string maps = TOVANI_MAPS_URL;
+  // A geo link leaves for the web maps service with its escapes undone; one without a host
+  // part has nowhere to go.
+  const std::tuple<const char*, const char*, const char*, Text, Strings> cases[] = {
+      {"10.2", "clickprogress", " | 3", std::nullopt, {"https://apps.example/7"}},
+      {"20.1", "videoclick", " | 3", std::nullopt, {"https://apps.example/7"}},
+      {"29.1", "videoclick", " | 0", std::nullopt, {"https://apps.example/7"}},
+      {"10.2", "clickprogress", " | 3", "geo://37.5665%2C126.9780", {maps + "37.5665,126.9780"}},
+      {"10.2", "clickprogress", " | 3", "geo:37.5665,126.9780", {}}};
+  for (const auto& [at, beacon, seen, link, opened] : cases) {
     AdScreen f;
     f.show({.skipUse = "Y"});
     f.playTo(std::stod(at));
+    if (link) f.viewer()->tnAdsExtensionsClickThrough = link;
     EXPECT_TRUE(f.viewer()->actionevent_imageview->tap());
     f.playTo(std::stod(at) + 10);  // no tick after the tap
     EXPECT_TRUE(f.sent().ends_with(std::string(beacon) + "@" + at)) << f.sent();
-    EXPECT_EQ(Strings{"https://apps.example/7"}, f.tp.app->opened);
+    EXPECT_EQ(opened, f.tp.app->opened);
     EXPECT_EQ(seen, f.screen());
+  }
+}
+
+TEST(Showing, WithoutTheEndCardSwitchOrWithFalseNoCardIsLoadedAndTheAdClosesAtOnce) {
+  // Absent is neither "true" nor empty: no card at the midpoint, the two-second mark, a
+  // skip or the end.
+  const std::tuple<Text, const char*, double, const char*> cases[] = {
+      {std::nullopt, "N", 31, " | 0"},
+      {"false", "N", 31, " | 0"},
+      {std::nullopt, "Y", 10.2, " | 3"},
+      {std::nullopt, "Y", 31, " | 0"}};
+  for (const auto& [use, skip, at, seen] : cases) {
+    AdScreen f;
+    f.show({.skipUse = skip, .endcardUse = use});
+    f.playTo(at);
+    if (at < 30) {
+      EXPECT_TRUE(f.viewer()->skipevent_imageview->tap());
+    }
+    EXPECT_EQ(seen, f.screen()) << use.value_or("absent") << at;
+    EXPECT_TRUE(f.endCard().loads.empty()) << use.value_or("absent") << at;
+    EXPECT_EQ(std::string::npos, f.sent().find("impression")) << f.sent();
   }
 }
 
@@ -174,7 +223,11 @@ TEST(Showing, AMissingCountdownDigitIsNeverReplacedNorLeavesAnEarlierSkipButtonT
   f.playTo(14);
   EXPECT_NE(std::string::npos, f.sent().find("complete@13.8"));  // the showing goes on
   EXPECT_TRUE(f.viewer()->skipevent_imageview->tap());
-  f.show(ad);  // digit 5 is missing as well
+  f.show(ad);  // digit 5 is missing as well: the last showing's active button never shows
+  for (double at : {0.0, 2.4}) {
+    f.playTo(at);
+    EXPECT_EQ("viewer video time skip | 3", f.screen()) << at;
+  }
   f.playTo(4.5);
   EXPECT_FALSE(f.viewer()->skipevent_imageview->tap());
   EXPECT_EQ("viewer video time skip1 | 3", f.screen());
@@ -199,7 +252,9 @@ TEST(Showing, VideoFillsAPhoneKeepsTheOrientationsProportionsOnATabletAndControl
     f.tp.screen->size = {w, h};
     f.tp.screen->orientation = o;
   };
-  EXPECT_EQ(VideoGravity::Resize, v->tnAdPlayerLayer->videoGravity);
+  // The first layout ever, on a portrait phone, leaves the layer's own aspect fit.
+  EXPECT_EQ(VideoGravity::ResizeAspect, v->tnAdPlayerLayer->videoGravity);
+  EXPECT_EQ((Rect{0, 0, 375, 667}), v->tnAdPlayerLayer->frame);
   using O = DeviceOrientation;
   struct Case {
     const char* model;
@@ -225,6 +280,18 @@ TEST(Showing, VideoFillsAPhoneKeepsTheOrientationsProportionsOnATabletAndControl
     EXPECT_EQ((Rect{c.w - 45, 0, 35, 35}), v->tnVidoeTimeRemain->frame);
     EXPECT_EQ((Rect{c.w - 110, c.h - 35, 100, 25}), v->skipevent_imageview->frame);
     EXPECT_EQ((Rect{10, c.h - 55, 45, 45}), v->actionevent_imageview->frame);
+  }
+  // Only a size that changed is laid out again; a phone's portrait branch then keeps the
+  // gravity the layer has, any other device's sets aspect fit.
+  v->tnAdPlayerLayer->videoGravity = VideoGravity::Resize;
+  v->frame = {};
+  v->viewResize_TNSDK();
+  EXPECT_EQ(Rect{}, v->frame);
+  for (const auto& [model, height, gravity] : {std::tuple{"iPhone", 736, VideoGravity::Resize},
+                                               {"iPad", 737, VideoGravity::ResizeAspect}}) {
+    screen(model, 414, height, O::Portrait);
+    v->viewResize_TNSDK();
+    EXPECT_EQ(gravity, v->tnAdPlayerLayer->videoGravity) << model;
   }
   screen("iPhone", 414, 736, O::Portrait);
   // The large skip image goes only above 480 dots: scale by the idiom's density.
@@ -342,8 +409,7 @@ TEST(EndCard, CommandsAndPagesOfTheAdHostStayOnTheCardEveryOtherLinkClosesIt) {
 }
 
 TEST(EndCard, ReloadReplaysWithoutReportingAnythingTwiceAndAfterASkipGoesOnWhereItStopped) {
-  // An ad without the end-card switch gets its card too.
-  for (const ScreenAd& ad : {ScreenAd{.endcardUse = std::nullopt}, ScreenAd{.skipUse = "Y"}}) {
+  for (const ScreenAd& ad : {ScreenAd{}, ScreenAd{.skipUse = "Y"}}) {
     AdScreen f;
     f.show(ad);
     const double leftAt = *ad.skipUse == "Y" ? 10.2 : 31;

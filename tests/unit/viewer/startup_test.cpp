@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "support/ViewerFixture.hpp"
@@ -54,6 +55,33 @@ TEST(Startup, JoinsOnlyStringCategoriesAndTakesTheVendorFromTheLastMatchOfTheCar
   }
 }
 
+// A documents folder given under the home folder is expanded; any other relative one is never
+// used, neither by start-up nor by the clean-up of old videos.
+TEST(Startup, ADocumentsFolderUnderHomeIsExpandedAndAnyOtherRelativeOneNeverUsed) {
+  const char* home = std::getenv("HOME");
+  const std::string savedHome = home ? home : "";
+  const fs::path savedCwd = fs::current_path();
+  for (const bool underHome : {true, false}) {
+    ViewerFixture f;
+    const fs::path documents = f.tp.documents();
+    writeFile(f.tp.documentsFile("old.mp4"), "old");
+    f.tp.device->creationTimes["old.mp4"] = f.tp.clock->now() - 61 * 86400;
+    // Both spellings name the real folder: from the home folder, or from the working one.
+    setenv("HOME", documents.parent_path().c_str(), 1);
+    fs::current_path(documents.parent_path());
+    f.tp.device->documents = (underHome ? "~/" : "") + documents.filename().string();
+    f.start();
+    TovaniSDK::tovaniShow(f.hostRoot);
+    f.tp.runUntilIdle();
+    fs::current_path(savedCwd);
+    setenv("HOME", savedHome.c_str(), 1);
+    f.tp.device->documents = documents.string();
+    EXPECT_EQ(underHome, !fs::exists(documents / "old.mp4")) << underHome;
+    EXPECT_EQ(underHome ? 1u : 0u, f.adListUrls().size());
+    EXPECT_EQ(underHome ? 1u : 0u, f.adUrls().size());
+  }
+}
+
 // Store provisioning: a store as the server ships it, told apart by its device row.
 class Provisioning : public ::testing::Test {
  protected:
@@ -97,6 +125,16 @@ TEST_F(Provisioning, AMissingStoreIsDownloadedOnceInstalledAndThenSynced) {
   show();
   EXPECT_EQ(1u, f.adUrls().size());
   EXPECT_EQ(1u, f.downloadUrls().size());
+}
+
+TEST_F(Provisioning, AStoreThatCannotBeMovedIntoPlaceReportsTwoAndLeavesNoFileBehind) {
+  fs::create_directories(f.storePath() + "/taken");  // a folder holds the store's name
+  answerStore(answer(storeBytes));
+  f.start();
+  EXPECT_EQ(" | 2", f.screen());
+  EXPECT_EQ(1u, files());
+  EXPECT_FALSE(isDatabaseDownloading);
+  EXPECT_EQ(Strings{}, f.adListUrls());
 }
 
 TEST_F(Provisioning, AFailureOrAnErrorPageInstallsNothingAndTheNextShowTriesAgain) {
@@ -149,6 +187,13 @@ TEST_F(ShowFlow, TheAdRequestCarriesEveryDeviceValueWithOsAndModelEncodedTwice) 
   EXPECT_EQ(3.0, request.idleTimeoutSeconds);
   EXPECT_TRUE(request.allowsCellularAccess);
   EXPECT_EQ("viewer |", f.screen());
+}
+
+TEST_F(ShowFlow, PreparingWithoutANetworkReportsTwoAndAsksNothing) {
+  f.tp.reachability->flags = 0;
+  startReady(answer("<VAST/>"));
+  EXPECT_EQ(" | 2", f.screen());
+  EXPECT_EQ(Strings{}, f.adListUrls());
 }
 
 TEST_F(ShowFlow, ShowBeforeStartUpReportsTwoAndBeforeAnyFacadeCallDoesNothing) {

@@ -253,7 +253,7 @@ DemoReport runDemo(const DemoOptions& options) {
       if (r.status != 200) notReady += "; " + r.route + " answered " + std::to_string(r.status);
     }
     if (inventory.storePresent && inventory.videosCached < inventory.adverts) {
-      notReady += " (a failed video download stops the queue until the next ad-list sync)";
+      notReady += " (a failed video download is tried again at the next ad-list sync)";
     }
     if (options.inventoryOnly) return finish(false, notReady);
     out(notReady + "; showing anyway");
