@@ -14,7 +14,6 @@ namespace tovani {
 
 namespace {
 
-constexpr const char* kStoreFileName = "tnad_005.data";
 constexpr int64_t kVideoCacheDays = 60;
 
 const char* notificationNameFor(AppEvent event) {
@@ -88,6 +87,8 @@ void tovaniViewer::init_TNSDK() {
     ads_init_flag = 0;
     return;
   }
+  // Temporary downloads of an earlier run that ended mid-download are never finished.
+  platform_->http->removeLeftoverDownloads(*tnadDocumentsPath);
   const std::string path = storePath();
   if (!tnDataManager) {
     tnDataManager =
@@ -117,6 +118,11 @@ void tovaniViewer::init_TNSDK() {
         if (auto viewer = weak.lock()) allowed = viewer->shouldStartLoadWithRequest(request);
       });
       return allowed;
+    });
+    tnAdEndCardView->webView->setLoadResultHandler([weak, log](bool loaded) {
+      runGuarded(log.get(), [&] {
+        if (auto viewer = weak.lock()) viewer->endCardPageLoaded(loaded);
+      });
     });
   }
   isAppStatusBarHidden = platform_->application->isStatusBarHidden();
