@@ -46,7 +46,12 @@ TEST(HostileServerEndToEnd,
   const auto warm = runDemo(kept);
   ASSERT_EQ(warm.showings.size(), 1u) << warm.message;
   EXPECT_EQ(warm.showings[0].result, 0);
-  EXPECT_LE(warm.showings[0].longestMainTaskSeconds, 0.1);
+  // Alone on a quiet machine the longest task is about 0.06 s (the player's set-up, the store);
+  // one stalled fetch alone would hold the thread three seconds. The margin is for a busy
+  // machine running sanitizer builds side by side.
+  EXPECT_LT(warm.showings[0].longestMainTaskSeconds, 0.5);
+  RecordProperty("longest_task_ms_kept",
+                 std::to_string(warm.showings[0].longestMainTaskSeconds * 1000));
   std::set<std::string> paths;
   for (const auto& r : warm.allRequests)
     if (r.route == "image") paths.insert(r.path);
@@ -63,6 +68,8 @@ TEST(HostileServerEndToEnd,
   EXPECT_EQ(stalled.showings[0].result, 0);
   EXPECT_GT(stalled.showings[0].longestMainTaskSeconds, 2.5);
   EXPECT_LT(stalled.showings[0].longestMainTaskSeconds, 3.2);
+  RecordProperty("longest_task_ms_not_kept",
+                 std::to_string(stalled.showings[0].longestMainTaskSeconds * 1000));
 }
 
 TEST(HostileServerEndToEnd, AnEndCardPageThatFailsIsNotShownAndTheRewardStands) {
