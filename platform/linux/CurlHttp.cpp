@@ -6,9 +6,11 @@
 #include <cmath>
 #include <cstdlib>
 #include <deque>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -103,6 +105,9 @@ struct CurlHttp::Impl {
 
   mutable std::mutex logMutex;
   std::deque<RequestRecord> log;
+
+  std::mutex temporaryMutex;
+  std::set<std::string> temporaryFiles;  // names of every temporary file this process made
 
   std::mutex blockingMutex;
   CURL* blocking = nullptr;  // kept between calls so its connections and TLS sessions are reused
@@ -304,6 +309,10 @@ void CurlHttp::download(DownloadRequest request, DownloadCompletion done) {
     });
     return;
   }
+  {
+    std::lock_guard lock(impl_->temporaryMutex);
+    impl_->temporaryFiles.insert(std::filesystem::path(file->path).filename().string());
+  }
   auto transfer = std::make_unique<Transfer>();
   transfer->file = *file;
   transfer->downloadDone = std::move(done);
@@ -312,6 +321,25 @@ void CurlHttp::download(DownloadRequest request, DownloadCompletion done) {
   curl.idleTimeoutSeconds = request.idleTimeoutSeconds;
   curl.allowsCellularAccess = request.allowsCellularAccess;
   impl_->start(Transfer::Kind::Download, curl, std::move(transfer));
+}
+
+void CurlHttp::removeLeftoverDownloads(const std::string& directory) {
+  namespace fs = std::filesystem;
+  if (!fs::path(directory).is_absolute()) return;
+  std::error_code ec;
+  fs::directory_iterator entries(directory, ec);
+  if (ec) return;
+  for (auto it = fs::begin(entries); it != fs::end(entries); it.increment(ec)) {
+    if (ec) return;
+    if (!detail::isTemporaryFileName(it->path().filename().string())) continue;
+    if (it->is_symlink(ec) || !it->is_regular_file(ec)) continue;
+    {
+      std::lock_guard lock(impl_->temporaryMutex);
+      if (impl_->temporaryFiles.count(it->path().filename().string()) > 0) continue;
+    }
+    std::error_code ignored;
+    fs::remove(it->path(), ignored);
+  }
 }
 
 void CurlHttp::beacon(const std::string& url) {
@@ -324,6 +352,11 @@ void CurlHttp::beacon(const std::string& url) {
 }
 
 std::optional<std::string> CurlHttp::fetchBlocking(const std::string& url) {
+  return fetchBlockingWithin(url, impl_->options.blockingFetchTimeoutSeconds);
+}
+
+std::optional<std::string> CurlHttp::fetchBlockingWithin(const std::string& url,
+                                                         double timeLimitSeconds) {
   if (!detail::isFetchableUrl(url)) return std::nullopt;
   impl_->record("blocking", "GET", url, true);
   std::lock_guard lock(impl_->blockingMutex);
@@ -333,12 +366,14 @@ std::optional<std::string> CurlHttp::fetchBlocking(const std::string& url) {
     if (easy == nullptr) return std::nullopt;
     const auto& options = impl_->options;
     detail::applyCommonOptions(easy, options, impl_->connectTo, true);
-    // The caller is the main thread: the whole call, connection included, is bounded.
-    const long limitMs = std::max(1L, std::lround(options.blockingFetchTimeoutSeconds * 1000));
-    curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, limitMs);
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, limitMs);
     curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, onBlockingBody);
   }
+  // The caller is the main thread: the whole call, connection included, is bounded.
+  const double limit = std::min(timeLimitSeconds, impl_->options.blockingFetchTimeoutSeconds);
+  if (!(limit > 0)) return std::nullopt;
+  const long limitMs = std::max(1L, std::lround(limit * 1000));
+  curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, limitMs);
+  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, limitMs);
   BlockingSink sink;
   sink.maxBytes = impl_->options.maxBodyBytes;
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());

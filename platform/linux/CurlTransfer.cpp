@@ -97,9 +97,14 @@ int onConnected(void* user, char*, char*, int, int) {
   return CURL_PREREQFUNC_OK;
 }
 
+// Temporary download files are named tovani-<12 of [a-z0-9]>.download.
+constexpr const char* kTemporaryPrefix = "tovani-";
+constexpr const char* kTemporarySuffix = ".download";
+constexpr size_t kRandomSuffixLength = 12;
+
 std::string randomSuffix() {
   static constexpr char kAlphabet[] = "abcdefghijklmnopqrstuvwxyz0123456789";
-  unsigned char bytes[12];
+  unsigned char bytes[kRandomSuffixLength];
   if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
     std::random_device device;
     for (auto& b : bytes) b = static_cast<unsigned char>(device());
@@ -155,11 +160,21 @@ void applyCommonOptions(CURL* easy, const HttpOptions& options, curl_slist* conn
   if (!options.caFile.empty()) curl_easy_setopt(easy, CURLOPT_CAINFO, options.caFile.c_str());
 }
 
+bool isTemporaryFileName(std::string_view name) {
+  constexpr std::string_view prefix = kTemporaryPrefix, suffix = kTemporarySuffix;
+  if (name.size() != prefix.size() + kRandomSuffixLength + suffix.size()) return false;
+  if (!name.starts_with(prefix) || !name.ends_with(suffix)) return false;
+  const auto middle = name.substr(prefix.size(), kRandomSuffixLength);
+  return std::all_of(middle.begin(), middle.end(),
+                     [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); });
+}
+
 std::optional<TemporaryFile> createTemporaryFile(const std::string& directory, std::string* error) {
   const std::filesystem::path folder =
       directory.empty() ? std::filesystem::temp_directory_path() : std::filesystem::path(directory);
   for (int attempt = 0; attempt < 16; ++attempt) {
-    const std::string path = (folder / ("tovani-" + randomSuffix() + ".download")).string();
+    const std::string path =
+        (folder / (kTemporaryPrefix + randomSuffix() + kTemporarySuffix)).string();
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd >= 0) return TemporaryFile{fd, path};
     if (errno != EEXIST) {

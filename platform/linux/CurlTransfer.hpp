@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "tovani/linux/CurlHttp.hpp"
 
@@ -28,6 +29,8 @@ struct TemporaryFile {
 // Creates a new, empty file readable only by us, refusing to follow or reuse anything that
 // already exists at the chosen name.
 std::optional<TemporaryFile> createTemporaryFile(const std::string& directory, std::string* error);
+// True for a name createTemporaryFile makes.
+bool isTemporaryFileName(std::string_view name);
 
 struct Transfer {
   enum class Kind { Data, Download, Beacon };

@@ -393,7 +393,13 @@ class GstMediaPlayer final : public MediaPlayer {
 
 GstPlayerFactory::GstPlayerFactory(std::shared_ptr<MainLoop> loop, std::shared_ptr<Log> log,
                                    PlayerOptions options)
-    : loop_(std::move(loop)), log_(std::move(log)), options_(options) {}
+    : loop_(std::move(loop)), log_(std::move(log)), options_(options) {
+  // GStreamer reads its plugin registry once per process; done here, with the platform, it
+  // does not hold the host's thread in the middle of the first showing. A failure is
+  // reported by the first player.
+  std::string ignored;
+  initialiseGStreamer(&ignored);
+}
 
 std::shared_ptr<MediaPlayer> GstPlayerFactory::createPlayer(const std::string& localFilePath) {
   auto state = std::make_shared<PlayerState>(loop_, log_, options_);

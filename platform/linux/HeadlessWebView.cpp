@@ -12,6 +12,7 @@ HeadlessWebView::HeadlessWebView(std::shared_ptr<CurlHttp> http,
 
 void HeadlessWebView::loadRequest(const WebRequest& request) {
   // Asked later, as a browser does: the caller may be in the middle of changing its own state.
+  refreshes_ = 0;
   mainQueue_->post([weak = weak_from_this(), request] {
     if (auto self = weak.lock()) self->navigate(request, 0);
   });
@@ -24,7 +25,8 @@ void HeadlessWebView::setNavigationDecider(std::function<bool(const WebRequest&)
 bool HeadlessWebView::followLink(const std::string& url) {
   const std::string base = page_ ? page_->url : std::string();
   const auto absolute = detail::resolveUrl(base, url);
-  return navigate(WebRequest{absolute.value_or(url), "GET", {}}, 0);
+  refreshes_ = 0;
+  return navigate(WebRequest{absolute.value_or(url), "GET", {}, true}, 0);
 }
 
 bool HeadlessWebView::navigate(const WebRequest& request, int hop) {
@@ -55,27 +57,44 @@ void HeadlessWebView::onAnswer(unsigned generation, const WebRequest& request, i
     if (hop < options_.maxRedirects) {
       // 307 and 308 repeat the request as it was; the others turn it into a GET.
       const bool keep = status == 307 || status == 308;
+      // A redirect belongs to the navigation that led to it: a tapped link stays tapped.
       WebRequest next{result.redirectUrl, keep ? request.method : "GET",
-                      keep ? request.body : std::string()};
+                      keep ? request.body : std::string(), request.userInitiated};
       if (navigate(next, hop + 1)) return;
       loading_ = false;
+      reportLoad(false);  // the page it was to load never came
       return;
     }
     result.error = HttpError{kHttpErrorTooManyRedirects, "too many redirects"};
   }
   loading_ = false;
   lastError_ = result.error;
+  std::optional<std::string> refresh;
   if (!result.error) {
     WebPage page;
     page.url = result.effectiveUrl.empty() ? request.url : result.effectiveUrl;
     page.status = status;
-    page.links = detail::extractLinks(result.body, page.url);
+    page.links = detail::extractLinks(result.body, page.url, &refresh);
     page.body = std::move(result.body);
     page_ = std::move(page);
     ++pagesLoaded_;
   }
+  auto self = weak_from_this().lock();  // the handlers may drop the owner's last reference
+  reportLoad(!result.error && status >= 200 && status <= 299);
   auto handler = loadedHandler_;
   if (handler) handler();
+  // A page that keeps refreshing itself stops after as many hops as redirects may take.
+  if (refresh && refreshes_ < options_.maxRedirects) {
+    ++refreshes_;
+    mainQueue_->post([weak = weak_from_this(), target = *refresh] {
+      if (auto view = weak.lock()) view->navigate(WebRequest{target, "GET", {}, false}, 0);
+    });
+  }
+}
+
+void HeadlessWebView::reportLoad(bool loaded) {
+  auto handler = loadResult_;
+  if (handler) handler(loaded);
 }
 
 HeadlessWebViewFactory::HeadlessWebViewFactory(std::shared_ptr<CurlHttp> http,

@@ -118,7 +118,31 @@ std::optional<std::string> resolveUrl(const std::string& base, const std::string
   return resolved;
 }
 
-std::vector<std::string> extractLinks(std::string_view html, const std::string& base) {
+// The URL of a refresh's content ("5; url=next.html"), none when it names none.
+static std::optional<std::string> refreshUrl(const std::string& content) {
+  const size_t semicolon = content.find_first_of(";,");
+  if (semicolon == std::string::npos) return std::nullopt;
+  size_t i = semicolon + 1;
+  while (i < content.size() && isSpace(content[i])) ++i;
+  if (startsWithNoCase(content, i, "url")) {
+    size_t j = i + 3;
+    while (j < content.size() && isSpace(content[j])) ++j;
+    if (j < content.size() && content[j] == '=') i = j + 1;
+  }
+  while (i < content.size() && isSpace(content[i])) ++i;
+  std::string target = content.substr(i);
+  if (!target.empty() && (target.front() == '"' || target.front() == '\'')) {
+    const char quote = target.front();
+    target =
+        target.substr(1, target.find(quote, 1) == std::string::npos ? std::string::npos
+                                                                    : target.find(quote, 1) - 1);
+  }
+  if (target.empty()) return std::nullopt;
+  return target;
+}
+
+std::vector<std::string> extractLinks(std::string_view html, const std::string& base,
+                                      std::optional<std::string>* refresh) {
   std::vector<std::string> links;
   size_t i = 0;
   while ((i = html.find('<', i)) != std::string_view::npos) {
@@ -134,6 +158,7 @@ std::vector<std::string> extractLinks(std::string_view html, const std::string& 
     std::string tag;
     for (size_t k = nameStart; k < i; ++k) tag += lower(html[k]);
     const bool isLink = tag == "a" || tag == "area";
+    std::string httpEquiv, content;
     // Attributes up to the end of the tag.
     while (i < html.size() && html[i] != '>') {
       while (i < html.size() && (isSpace(html[i]) || html[i] == '/')) ++i;
@@ -169,6 +194,13 @@ std::vector<std::string> extractLinks(std::string_view html, const std::string& 
         while (!href.empty() && isSpace(href.back())) href.pop_back();
         if (auto absolute = resolveUrl(base, href)) links.push_back(std::move(*absolute));
       }
+      if (tag == "meta" && name == "http-equiv") {
+        for (const char c : value) httpEquiv += lower(c);
+      }
+      if (tag == "meta" && name == "content") content = decodeEntities(value);
+    }
+    if (refresh != nullptr && !*refresh && httpEquiv == "refresh") {
+      if (auto target = refreshUrl(content)) *refresh = resolveUrl(base, *target);
     }
     // Script and style text is not markup: an "<a href" inside it is no link.
     if (tag == "script" || tag == "style") {

@@ -12,6 +12,9 @@ namespace tovani::linux::detail {
 std::optional<std::string> resolveUrl(const std::string& base, const std::string& reference);
 
 // The href values of `html` (quoted or not, entities decoded), resolved against `base`.
-std::vector<std::string> extractLinks(std::string_view html, const std::string& base);
+// When `refresh` is given it receives the target of the page's first meta refresh, which a
+// browser follows on its own.
+std::vector<std::string> extractLinks(std::string_view html, const std::string& base,
+                                      std::optional<std::string>* refresh = nullptr);
 
 }  // namespace tovani::linux::detail

@@ -30,6 +30,7 @@ struct LoopState {
   std::set<GSource*> timers;  // postAfter sources not yet fired; each holds one ref of ours
   std::function<void(const std::string&)> reporter;
   std::atomic<bool> quitRequested{false};
+  std::atomic<double> longestTask{0};  // seconds; what the host's thread was held for at most
 
   bool hasTasks() {
     std::lock_guard lock(mutex);
@@ -37,12 +38,18 @@ struct LoopState {
   }
 
   void runGuarded(Task& task) {
+    const auto started = std::chrono::steady_clock::now();
     try {
       task();
     } catch (const std::exception& e) {
       report(std::string("main queue task failed: ") + e.what());
     } catch (...) {
       report("main queue task failed with an unknown exception");
+    }
+    const double took =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    double longest = longestTask.load();
+    while (took > longest && !longestTask.compare_exchange_weak(longest, took)) {
     }
   }
 
@@ -242,6 +249,14 @@ void MainLoop::setErrorReporter(std::function<void(const std::string&)> reporter
 
 void* MainLoop::nativeContext() const {
   return impl_->context;
+}
+
+double MainLoop::longestTaskSeconds() const {
+  return impl_->longestTask.load();
+}
+
+void MainLoop::resetLongestTask() {
+  impl_->longestTask.store(0);
 }
 
 double SystemClock::now() const {

@@ -47,4 +47,9 @@ inline constexpr const char* kSelectRollingCapReached =
 // S11: ads_no.
 inline constexpr const char* kInsertImpression = "insert into tn_ads_freq(ads_no) values('%@')";
 
+// Our own addition: the names of cached videos, which installs from before the record of
+// the SDK's own files count as the SDK's.
+inline constexpr const char* kSelectCachedVideoNames =
+    "select video_filename from tn_adverts where use_flag = 1";
+
 }  // namespace tovani::sql

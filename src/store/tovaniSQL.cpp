@@ -74,6 +74,29 @@ void tovaniSQL::executeQuery(const std::string& statement) {
   runQuery(statement.c_str(), true);
 }
 
+std::shared_ptr<StoreRows> tovaniSQL::loadDataFromDB(const CheckedStatement& query) {
+  if (!query.text) {
+    refuse(query);
+    return arrResults_;
+  }
+  return loadDataFromDB(*query.text);
+}
+
+void tovaniSQL::executeQuery(const CheckedStatement& statement) {
+  if (!statement.text) {
+    refuse(statement);
+    return;
+  }
+  executeQuery(*statement.text);
+}
+
+void tovaniSQL::refuse(const CheckedStatement& statement) {
+  if (arrResults_) arrResults_->clear();
+  arrResults_ = std::make_shared<StoreRows>();
+  arrColumnNames_.clear();
+  writeLog(log_.get(), std::string(kStatementRefusedLog) + " (" + statement.refusal + ")");
+}
+
 // A host that ships no store in its resources (no resource folder given) has nothing to
 // seed from; that is the usual case, so it passes without a log line and the store is
 // downloaded instead.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "store/CheckedStatement.hpp"
 #include "tovani/platform/Device.hpp"
 
 namespace tovani {
@@ -27,6 +28,10 @@ class tovaniSQL {
   // so callers copy it at once.
   std::shared_ptr<StoreRows> loadDataFromDB(const std::string& query);
   void executeQuery(const std::string& statement);
+  // The same for a checked statement; a refused one is not issued and looks like a failed
+  // one (no rows, nothing written), with one log line.
+  std::shared_ptr<StoreRows> loadDataFromDB(const CheckedStatement& query);
+  void executeQuery(const CheckedStatement& statement);
 
   const std::string& documentsDirectory() const { return documentsDirectory_; }
   const std::string& databaseFilename() const { return databaseFilename_; }
@@ -51,6 +56,7 @@ class tovaniSQL {
  private:
   void copyDatabaseIntoDocumentsDirectory(const std::optional<std::string>& bundleResourcePath);
   void runQuery(const char* sql, bool isQueryExecutable);
+  void refuse(const CheckedStatement& statement);
 
   std::string documentsDirectory_;
   std::string databaseFilename_;

@@ -9,6 +9,9 @@ bool isAppStatusBarHidden = false;
 Size currentBoundSize{};
 std::optional<std::vector<std::string>> mDownloadList;
 std::vector<std::shared_ptr<Image>> skipevent_images;
+std::set<std::string> refusedVideoNames;
+std::map<std::string, std::shared_ptr<Image>> prefetchedImages;
+std::set<std::string> imagesBeingFetched;
 
 void resetProcessState() {
   tovaniResult = 0;
@@ -18,6 +21,9 @@ void resetProcessState() {
   currentBoundSize = {};
   mDownloadList.reset();
   skipevent_images.clear();
+  refusedVideoNames.clear();
+  prefetchedImages.clear();
+  imagesBeingFetched.clear();
 }
 
 }  // namespace tovani

@@ -1,7 +1,9 @@
 #pragma once
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,13 @@ extern Size currentBoundSize;       // screen size at the last layout
 extern std::optional<std::vector<std::string>> mDownloadList;
 // Skip-countdown images: index 0 the active button, 1-5 the digits. Filled once.
 extern std::vector<std::shared_ptr<Image>> skipevent_images;
+
+// Video names refused because a file the SDK did not write has them (logged once each).
+extern std::set<std::string> refusedVideoNames;
+
+// Button images fetched in the background (by URL), and those on their way.
+extern std::map<std::string, std::shared_ptr<Image>> prefetchedImages;
+extern std::set<std::string> imagesBeingFetched;
 
 void resetProcessState();
 

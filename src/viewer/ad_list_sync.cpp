@@ -5,6 +5,7 @@
 
 #include "net/Url.hpp"
 #include "net/tovaniUtils.hpp"
+#include "store/CheckedStatement.hpp"
 #include "store/Statements.hpp"
 #include "util/Guard.hpp"
 #include "viewer/ProcessState.hpp"
@@ -34,7 +35,7 @@ void adoptDeviceIdentity(tovaniViewer& viewer, const Json& list) {
   viewer.tnUUIDStr = id;
   const Text mcc = viewer.tnCarrier ? viewer.tnCarrier->mobileCountryCode : std::nullopt;
   const Text mnc = viewer.tnCarrier ? viewer.tnCarrier->mobileNetworkCode : std::nullopt;
-  viewer.tnDataManager->executeQuery(formatAt(sql::kInsertDevice, {id, mcc, mnc}));
+  viewer.tnDataManager->executeQuery(formatStatement(sql::kInsertDevice, {id, mcc, mnc}));
 }
 
 // The first source of an advert, or nullptr (logged) when the advert cannot be stored.
@@ -83,8 +84,8 @@ bool storeAdvert(tovaniViewer& viewer, const Json& advert, size_t index) {
   if (!fileName) return false;
 
   const Text adsNo = valueText(member(&advert, "ads_no"));
-  const StoreRows known =
-      *viewer.tnDataManager->loadDataFromDB(formatAt(sql::kSelectAdvert, {adsNo, *fileName}));
+  const StoreRows known = *viewer.tnDataManager->loadDataFromDB(
+      formatStatement(sql::kSelectAdvert, {adsNo, *fileName}));
   // A known advert/video pair stays as first stored; nothing is updated or deleted.
   if (!known.empty()) return false;
 
@@ -94,29 +95,29 @@ bool storeAdvert(tovaniViewer& viewer, const Json& advert, size_t index) {
   const auto sourceText = [&](const char* key) { return valueText(member(source, key)); };
   const auto policyText = [&](const char* key) { return valueText(member(sourcePolicy, key)); };
   viewer.tnDataManager->executeQuery(
-      formatAt(sql::kInsertAdvert, {adsNo,
-                                    valueText(member(&advert, "slot")),
-                                    valueText(member(&advert, "url")),
-                                    valueText(member(&advert, "start")),
-                                    valueText(member(&advert, "end")),
-                                    valueText(member(policy, "campaign")),
-                                    valueText(member(policy, "product")),
-                                    sourceText("code"),
-                                    sourceText("start"),
-                                    sourceText("end"),
-                                    valueText(value),
-                                    policyText("duration"),
-                                    policyText("width"),
-                                    policyText("height"),
-                                    policyText("mimetype"),
-                                    policyText("clicktype"),
-                                    sourceText("imp_url"),
-                                    sourceText("click_url"),
-                                    sourceText("ext_url"),
-                                    sourceText("skip_url"),
-                                    sourceText("end_url"),
-                                    sourceText("mid_url"),
-                                    *fileName}));
+      formatStatement(sql::kInsertAdvert, {adsNo,
+                                           valueText(member(&advert, "slot")),
+                                           valueText(member(&advert, "url")),
+                                           valueText(member(&advert, "start")),
+                                           valueText(member(&advert, "end")),
+                                           valueText(member(policy, "campaign")),
+                                           valueText(member(policy, "product")),
+                                           sourceText("code"),
+                                           sourceText("start"),
+                                           sourceText("end"),
+                                           valueText(value),
+                                           policyText("duration"),
+                                           policyText("width"),
+                                           policyText("height"),
+                                           policyText("mimetype"),
+                                           policyText("clicktype"),
+                                           sourceText("imp_url"),
+                                           sourceText("click_url"),
+                                           sourceText("ext_url"),
+                                           sourceText("skip_url"),
+                                           sourceText("end_url"),
+                                           sourceText("mid_url"),
+                                           *fileName}));
   return true;
 }
 

@@ -4,7 +4,9 @@
 #include <limits>
 #include <string>
 
+#include "store/CheckedStatement.hpp"
 #include "store/Statements.hpp"
+#include "viewer/owned_files.hpp"
 #include "viewer/tovaniViewer.hpp"
 
 namespace tovani {
@@ -43,24 +45,36 @@ void tovaniViewer::deleteMp4File(int64_t days) {
   if (days > std::numeric_limits<int64_t>::max() / kSecondsPerDay) return;
   const double ageLimit = static_cast<double>(days * kSecondsPerDay);
   const int32_t now = nowAsInt32(platform()->clock->now());
+  // Only the SDK's own videos expire. Before start-up there is no store object yet, so the
+  // store file is opened for this one look-up (never seeded, never created empty).
+  std::shared_ptr<tovaniSQL> store = tnDataManager;
+  std::error_code storeError;
+  if (!store && fs::is_regular_file(fs::path(documents) / kStoreFileName, storeError)) {
+    store = std::make_shared<tovaniSQL>(documents, kStoreFileName, std::nullopt, platform()->log);
+  }
+  OwnedFiles manifest(documents);
+  manifest.forgetMissing();
+  const auto owned = ownedVideoNames(documents, store.get());
 
   // Top level only, every entry examined whatever its place in the listing.
   for (auto it = fs::begin(entries); it != fs::end(entries); it.increment(ec)) {
     if (ec) return;
     const std::string name = it->path().filename().string();
-    if (!name.ends_with(kVideoSuffix)) continue;
+    if (!name.ends_with(kVideoSuffix) || owned.count(name) == 0) continue;
     // Only plain files: a folder or link that happens to end in ".mp4" is not a cached video.
     if (!it->is_regular_file(ec) || it->is_symlink(ec)) continue;
     const auto created = platform()->device->fileCreationTime(it->path().string());
     if (!created) continue;
-    if (*created + ageLimit < static_cast<double>(now)) fs::remove(it->path(), ec);
+    if (*created + ageLimit < static_cast<double>(now) && fs::remove(it->path(), ec)) {
+      manifest.remove(name);
+    }
   }
 }
 
 void tovaniViewer::notExsistVideoFile(const std::string& fileName) {
   if (!tnDataManager) return;
   // Every record sharing the file goes back to waiting, and the queue fetches it again.
-  tnDataManager->executeQuery(formatAt(sql::kMarkVideoMissing, {fileName}));
+  tnDataManager->executeQuery(formatStatement(sql::kMarkVideoMissing, {fileName}));
   checkAndDownloadNext();
 }
 

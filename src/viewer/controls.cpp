@@ -15,16 +15,6 @@ constexpr size_t kFirstCountdownDigit = 5;
 constexpr double kSkipImageZ = 101;
 constexpr double kActionImageZ = 100;
 
-std::string cdnUrl(const std::string& relativePath) {
-  return formatAt("%@%@", {TOVANI_URL_CDN, relativePath});
-}
-
-std::shared_ptr<Image> fetchImage(Http& http, const std::string& url) {
-  auto data = http.fetchBlocking(url);
-  if (!data) return nullptr;
-  return Image::fromData(std::move(*data), url);
-}
-
 // Takes the tick off the player. The player refuses a token it does not hold (a second
 // tap, or a tick already removed); that refusal is expected and deliberately ignored.
 void removeTick(tovaniViewer& viewer) {
@@ -52,8 +42,8 @@ void tovaniViewer::init_images() {
   skipImagesFetchedInShowing = showingNumber;
   std::vector<std::shared_ptr<Image>> images;
   for (int n = 0; n < kSkipImageCount; ++n) {
-    auto fetched =
-        fetchImage(*platform()->http, cdnUrl("button/" + std::to_string(n) + "_skip.png"));
+    // Kept in memory since start-up, as a rule; fetched here only when that failed.
+    auto fetched = buttonImage("button/" + std::to_string(n) + "_skip.png");
     // The list ends at the first image that did not come: the countdown must never show a
     // neighbour's digit in place of a missing one.
     if (!fetched) break;
@@ -76,12 +66,14 @@ void tovaniViewer::imageArray() {
     skipevent_imageview->userInteractionEnabled = false;
   }
   if (!actionevent_image) {
-    actionevent_image = fetchImage(*platform()->http, cdnUrl(kActionImagePath));
+    actionevent_image = buttonImage(kActionImagePath);
     actionevent_imageview = std::make_shared<View>(Kind::ImageView);
     actionevent_imageview->image = actionevent_image;
     actionevent_imageview->zPosition = kActionImageZ;
     actionevent_imageview->userInteractionEnabled = false;
   }
+  // Whatever is still missing is fetched again in the background for the next showing.
+  if (!allButtonImagesKept()) prefetchButtonImages();
 }
 
 void tovaniViewer::skipevent_click() {

@@ -3,8 +3,10 @@
 #include <string>
 
 #include "net/tovaniUtils.hpp"
+#include "store/CheckedStatement.hpp"
 #include "store/Statements.hpp"
 #include "viewer/ProcessState.hpp"
+#include "viewer/owned_files.hpp"
 #include "viewer/tovaniViewer.hpp"
 #include "viewer/video_files.hpp"
 
@@ -40,6 +42,18 @@ void removeStaleFile(const std::string& path) {
   fs::remove(path, ec);
 }
 
+bool somethingAt(const std::string& path) {
+  std::error_code ec;
+  return fs::exists(fs::symlink_status(path, ec));
+}
+
+// A file of this name that the SDK did not write belongs to the host: it is never replaced.
+bool foreignFileAt(tovaniViewer& viewer, const std::string& path, const std::string& fileName) {
+  if (!somethingAt(path)) return false;
+  return ownedVideoNames(viewer.tnadDocumentsPath.value_or(""), viewer.tnDataManager.get())
+             .count(fileName) == 0;
+}
+
 // Whether the finished download is now the cached video. A network error stays silent.
 bool installVideo(tovaniViewer& viewer, const std::string& url, const std::string& path,
                   const std::string& fileName, const std::optional<std::string>& file,
@@ -50,6 +64,8 @@ bool installVideo(tovaniViewer& viewer, const std::string& url, const std::strin
     viewer.log("tovani: video download answered " + std::to_string(response.status) + ": " + url);
     return false;
   }
+  // The host may have put a file of that name there meanwhile.
+  if (foreignFileAt(viewer, path, fileName)) return false;
   // The temporary file sits in the documents folder, so this is one rename, never a copy.
   std::error_code ec;
   fs::rename(*file, path, ec);
@@ -57,7 +73,15 @@ bool installVideo(tovaniViewer& viewer, const std::string& url, const std::strin
     viewer.log("tovani: downloaded video could not be moved into place: " + fileName);
     return false;
   }
-  return fs::is_regular_file(path, ec);
+  }
+  if (!fs::is_regular_file(path, ec)) return false;
+  // A video the SDK cannot record as its own is one it could never replace or expire.
+  if (!OwnedFiles(viewer.tnadDocumentsPath.value_or("")).add(fileName)) {
+    viewer.log("tovani: video not kept: the record of the SDK's files cannot be written");
+    fs::remove(path, ec);
+    return false;
+  }
+  return true;
 }
 
 void downloadFinished(tovaniViewer& viewer, const std::string& url, const std::string& path,
@@ -66,7 +90,7 @@ void downloadFinished(tovaniViewer& viewer, const std::string& url, const std::s
                       const FailedInChain& failed) {
   if (mDownloadList) std::erase(*mDownloadList, url);
   if (installVideo(viewer, url, path, fileName, file, response, error)) {
-    viewer.tnDataManager->executeQuery(formatAt(sql::kMarkVideoCached, {fileName}));
+    viewer.tnDataManager->executeQuery(formatStatement(sql::kMarkVideoCached, {fileName}));
   } else {
     // A failed video never blocks the others: the chain goes on without it, and the next
     // trigger's chain asks for it again.
@@ -100,6 +124,13 @@ void tovaniViewer::checkAndDownloadNext(FailedInChain failed) {
       continue;
     }
 
+    if (foreignFileAt(*this, *path, fileName)) {
+      if (refusedVideoNames.insert(fileName).second) {
+        log("tovani: waiting video skipped: a file of the host has its name: " + fileName);
+      }
+      continue;
+    }
+
     mDownloadList->push_back(url);
     removeStaleFile(*path);
     tovaniUtils::requestDownload(
@@ -111,6 +142,8 @@ void tovaniViewer::checkAndDownloadNext(FailedInChain failed) {
         });
     return;
   }
+  // Nothing left to fetch: start-up is over, and the button images come next.
+  prefetchButtonImages();
 }
 
 }  // namespace tovani

@@ -78,6 +78,7 @@ void tovaniViewer::tnEndCardPrepare() {
   }
 
   if (!tnAdEndCardView || !tnAdEndCardView->webView) return;
+  endCardPage = EndCardPage::Loading;
   tnAdEndCardView->webView->loadRequest(
       WebRequest{formatAt("%@%@", {TOVANI_URL_ENDCARD, page}), "POST", body});
 }

@@ -39,6 +39,13 @@ void tovaniViewer::tnEndCard() {
     adClose_TNSDK();
     return;
   }
+  // A page that failed, or has not arrived by now, would be an empty card without a close
+  // link: the showing ends as it does for an ad without a card, keeping what it earned.
+  if (endCardPage != EndCardPage::Loaded) {
+    log("tovani: end card not shown: its page did not load");
+    adClose_TNSDK();
+    return;
+  }
   tnVideoPlayState = 2;
   if (endcardCheck_flag == 0) {
     tnSendEventURL(tnAdsExtensionsImpression);
@@ -58,6 +65,19 @@ void tovaniViewer::tnEndCard() {
 
 void tovaniViewer::tnEndCardViewState(bool hide) {
   if (tnAdEndCardView) tnAdEndCardView->hidden = hide;
+}
+
+void tovaniViewer::endCardPageLoaded(bool loaded) {
+  endCardPage = loaded ? EndCardPage::Loaded : EndCardPage::Failed;
+  // A page that breaks while the card is on screen (a link inside the card that fails)
+  // would leave the user without a way out.
+  const bool shown = tnVideoPlayState == 2 && tnAdEndCardView && !tnAdEndCardView->hidden &&
+                     tnAdEndCardView->superview() != nullptr;
+  if (!loaded && shown) {
+    log("tovani: end card closed: its page did not load");
+    tnEndCardViewState(true);
+    adClose_TNSDK();
+  }
 }
 
 bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
@@ -97,6 +117,16 @@ bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
         rest.front() == ':') {
       return true;
     }
+  }
+
+  // Leaving the ad is the user's choice: a redirect or a script on the page that heads
+  // elsewhere on its own is no click, and the ad goes on.
+  if (!request.userInitiated) {
+    if (unrequestedNavigationLoggedInShowing != showingNumber || showingNumber == 0) {
+      unrequestedNavigationLoggedInShowing = showingNumber;
+      log("tovani: end-card navigation nobody tapped was cancelled: " + url);
+    }
+    return false;
   }
 
   auto& application = *platform()->application;

@@ -1,5 +1,6 @@
 #include <filesystem>
 
+#include "store/CheckedStatement.hpp"
 #include "store/Statements.hpp"
 #include "viewer/tovaniViewer.hpp"
 #include "viewer/video_files.hpp"
@@ -8,8 +9,11 @@ namespace tovani {
 
 namespace {
 
+// The day count sits inside a quoted date modifier, but only a number belongs there.
+constexpr size_t kDaySlot = 1;
+
 // A query that returns a row means the ad has used up its cap.
-bool capReached(tovaniSQL* store, const std::string& statement) {
+bool capReached(tovaniSQL* store, const CheckedStatement& statement) {
   return store != nullptr && !store->loadDataFromDB(statement)->empty();
 }
 
@@ -41,8 +45,8 @@ std::optional<std::string> tovaniViewer::getFreqPassVideoPath(const Text& rule,
       // Deliberately no return here: a missing file with an incomplete period still runs
       // the period query, and then looks for the file (and reports it missing) once more.
     }
-    if (capReached(tnDataManager.get(), formatAt(sql::kSelectPeriodCapReached,
-                                                 {adid, start, end, maximum, start, end}))) {
+    if (capReached(tnDataManager.get(), formatStatement(sql::kSelectPeriodCapReached,
+                                                        {adid, start, end, maximum, start, end}))) {
       return std::nullopt;
     }
     return fileCheck();
@@ -51,8 +55,8 @@ std::optional<std::string> tovaniViewer::getFreqPassVideoPath(const Text& rule,
   if (fields.size() == 3 && fields[0] == "p") {
     const Text days = fields[1], maximum = fields[2];
     if (days->empty() || maximum->empty()) return fileCheck();
-    if (capReached(tnDataManager.get(),
-                   formatAt(sql::kSelectRollingCapReached, {adid, days, maximum}))) {
+    if (capReached(tnDataManager.get(), formatStatement(sql::kSelectRollingCapReached,
+                                                        {adid, days, maximum}, {kDaySlot}))) {
       return std::nullopt;
     }
     return fileCheck();

@@ -2,6 +2,7 @@
 #include <string_view>
 #include <utility>
 
+#include "store/CheckedStatement.hpp"
 #include "store/Statements.hpp"
 #include "util/Guard.hpp"
 #include "util/NotificationCenter.hpp"
@@ -83,6 +84,7 @@ void registerPlaybackObservers(tovaniViewer& viewer) {
 
 void tovaniViewer::tnADPlayStart(const std::string& path, const XmlValue& ad) {
   ++showingNumber;
+  endCardPage = EndCardPage::None;  // the page of an earlier ad is not this ad's card
   button = std::make_shared<View>(Kind::Button);
   button->backgroundColor = Color::clear();
   addSubview(button);
@@ -90,7 +92,7 @@ void tovaniViewer::tnADPlayStart(const std::string& path, const XmlValue& ad) {
   // The showing is counted before a frame has played and stays counted if playback fails.
   const Text rawId = stringForKeyPath(ad, "id");
   const Text adsNo = rawId ? Text(trimWhitespaceAndNewlines(*rawId)) : std::nullopt;
-  if (tnDataManager) tnDataManager->executeQuery(formatAt(sql::kInsertImpression, {adsNo}));
+  if (tnDataManager) tnDataManager->executeQuery(formatStatement(sql::kInsertImpression, {adsNo}));
 
   tnAdsExtensionsClickThrough = trimmedText(ad, "InLine.Extensions.ClickThrough");
   // Hidden here, between the first and the second extension, on purpose.

@@ -15,7 +15,6 @@ namespace tovani {
 
 namespace {
 
-constexpr const char* kStoreFileName = "tnad_005.data";
 constexpr int64_t kVideoCacheDays = 60;
 
 const char* notificationNameFor(AppEvent event) {
@@ -93,6 +92,8 @@ void tovaniViewer::init_TNSDK() {
     ads_init_flag = 0;
     return;
   }
+  // Temporary downloads of an earlier run that ended mid-download are never finished.
+  platform_->http->removeLeftoverDownloads(*tnadDocumentsPath);
   const std::string path = storePath();
   if (!tnDataManager) {
     tnDataManager =
@@ -122,6 +123,11 @@ void tovaniViewer::init_TNSDK() {
         if (auto viewer = weak.lock()) allowed = viewer->shouldStartLoadWithRequest(request);
       });
       return allowed;
+    });
+    tnAdEndCardView->webView->setLoadResultHandler([weak, log](bool loaded) {
+      runGuarded(log.get(), [&] {
+        if (auto viewer = weak.lock()) viewer->endCardPageLoaded(loaded);
+      });
     });
   }
   isAppStatusBarHidden = platform_->application->isStatusBarHidden();

@@ -14,6 +14,9 @@
 
 namespace tovani {
 
+// The ad store's file name in the documents folder.
+inline constexpr const char* kStoreFileName = "tnad_005.data";
+
 // The one ad view of the process. It owns every flow of the SDK; its operations are kept
 // in one source file per flow. Everything runs on the main thread.
 class tovaniViewer : public View {
@@ -108,6 +111,13 @@ class tovaniViewer : public View {
   void tnEndCard();
   void tnEndCardViewState(bool hidden);
   bool shouldStartLoadWithRequest(const WebRequest& request);
+  void endCardPageLoaded(bool loaded);
+
+  // --- button images kept in memory (button_images.cpp)
+  void prefetchButtonImages();
+  bool allButtonImagesKept() const;
+  // The kept image, or a blocking fetch within what is left of the showing's budget.
+  std::shared_ptr<Image> buttonImage(const std::string& relativePath);
 
   // --- layout (layout.cpp)
   void viewResize_TNSDK();
@@ -179,6 +189,15 @@ class tovaniViewer : public View {
   // the main thread once per showing instead of on every tick.
   uint64_t showingNumber = 0;
   uint64_t skipImagesFetchedInShowing = 0;
+  // Whether the end-card page has loaded (endcard_request.cpp, endcard_view.cpp): a card
+  // whose page did not load is never shown. And the showing in which a navigation nobody
+  // tapped was last logged, so that a looping page logs once.
+  enum class EndCardPage { None, Loading, Loaded, Failed };
+  EndCardPage endCardPage = EndCardPage::None;
+  uint64_t unrequestedNavigationLoggedInShowing = 0;
+  // Blocking fetch time spent in the showing named (button_images.cpp).
+  uint64_t blockingBudgetShowing = 0;
+  double blockingSecondsSpent = 0;
 };
 
 // True when an end-card switch value asks for the end card: "true" or empty, never absent.

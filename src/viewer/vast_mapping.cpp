@@ -1,4 +1,5 @@
 #include "net/Url.hpp"
+#include "store/CheckedStatement.hpp"
 #include "store/Statements.hpp"
 #include "util/PlatformError.hpp"
 #include "viewer/ProcessState.hpp"
@@ -13,6 +14,9 @@ namespace {
 constexpr const char* kMediaFileTextPath =
     "InLine.Creatives.Creative.Linear.MediaFiles.MediaFile.text";
 constexpr const char* kFrequencyRulePath = "InLine.Extensions.frequency1.text";
+// Each candidate may cost a store look-up and an ad-list refresh; a real pod holds a handful
+// of ads, so an answer is read no further than this.
+constexpr size_t kMaxCandidateAds = 32;
 
 // Only an element map is a single ad. A list is iterated, and nothing gives no candidates.
 // Any other value (an "Ad" attribute on the root) cannot be iterated at all, which the
@@ -49,8 +53,14 @@ void tovaniViewer::parsingXml(const Text& answer) {
     parser.parseXML(answer);
     const XmlValue ads = parser.dicRoot()["Ad"];
     const bool singleAd = ads.isMap();
+    XmlList candidates = candidateAds(ads);
+    if (candidates.size() > kMaxCandidateAds) {
+      log("tovani: ad answer holds " + std::to_string(candidates.size()) + " ads; only the first " +
+          std::to_string(kMaxCandidateAds) + " are read");
+      candidates.erase(candidates.begin() + kMaxCandidateAds, candidates.end());
+    }
 
-    for (const XmlValue& ad : candidateAds(ads)) {
+    for (const XmlValue& ad : candidates) {
       // An id that is an element rather than text can match no store row; that ad is
       // passed over like any ad that is not cached.
       Text adid;
@@ -67,8 +77,8 @@ void tovaniViewer::parsingXml(const Text& answer) {
       // as not cached, and the store is refreshed as for any missing video.
       if (!oddId && fileName && !videoFileNameProblem(*fileName, tnDataDBFileName.value_or("")) &&
           tnDataManager) {
-        const StoreRows rows =
-            *tnDataManager->loadDataFromDB(formatAt(sql::kSelectPlayableAdvert, {adid, fileName}));
+        const StoreRows rows = *tnDataManager->loadDataFromDB(
+            formatStatement(sql::kSelectPlayableAdvert, {adid, fileName}));
         if (!rows.empty()) row = rows.front();
       }
       if (!row) {

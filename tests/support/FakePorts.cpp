@@ -5,11 +5,26 @@
 
 namespace tovani::test {
 
-bool RecordingWebView::navigate(const std::string& url) {
-  WebRequest request{url, "GET", {}};
+void RecordingWebView::loadRequest(const WebRequest& request) {
+  loads.push_back(request);
+  if (!queue_ || pageOutcome == PageOutcome::Stalled) return;
+  queue_->post([this, loaded = pageOutcome == PageOutcome::Loaded] {
+    if (loadResult_) loadResult_(loaded);
+  });
+}
+
+bool RecordingWebView::ask(const WebRequest& request) {
   const bool allowed = decider_ ? decider_(request) : true;
-  if (allowed) loadedInPlace.push_back(url);
+  if (allowed) loadedInPlace.push_back(request.url);
   return allowed;
+}
+
+bool RecordingWebView::navigate(const std::string& url) {
+  return ask(WebRequest{url, "GET", {}, true});
+}
+
+bool RecordingWebView::navigateOnItsOwn(const std::string& url) {
+  return ask(WebRequest{url, "GET", {}, false});
 }
 
 bool FakeApplication::canOpenURL(const std::string& url) const {

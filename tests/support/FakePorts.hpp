@@ -9,15 +9,23 @@
 
 #include "tovani/platform/Application.hpp"
 #include "tovani/platform/Device.hpp"
+#include "tovani/platform/MainQueue.hpp"
 #include "tovani/platform/Screen.hpp"
 #include "tovani/platform/WebView.hpp"
 
 namespace tovani::test {
 
-// Records page loads; a test follows links on the page through navigate().
+// Records page loads; a test follows links on the page through navigate(). Each load is
+// reported on the main queue as `pageOutcome` says.
 class RecordingWebView : public WebView {
  public:
-  void loadRequest(const WebRequest& request) override { loads.push_back(request); }
+  enum class PageOutcome { Loaded, Failed, Stalled };
+  explicit RecordingWebView(std::shared_ptr<MainQueue> queue = nullptr)
+      : queue_(std::move(queue)) {}
+  void loadRequest(const WebRequest& request) override;
+  void setLoadResultHandler(std::function<void(bool)> handler) override {
+    loadResult_ = std::move(handler);
+  }
   void setNavigationDecider(std::function<bool(const WebRequest&)> decider) override {
     decider_ = std::move(decider);
   }
@@ -26,22 +34,37 @@ class RecordingWebView : public WebView {
   // A link tapped on the page: asks the decider as a browser would; an allowed link loads
   // in place. Returns the decision.
   bool navigate(const std::string& url);
+  // A navigation nobody tapped: a redirect of the page, or its script. Returns the decision.
+  bool navigateOnItsOwn(const std::string& url);
+  // A load ending now, as a navigation inside the page would.
+  void reportLoad(bool loaded) {
+    if (loadResult_) loadResult_(loaded);
+  }
 
   std::vector<WebRequest> loads;           // loadRequest calls
   std::vector<std::string> loadedInPlace;  // navigations the decider allowed
   bool bounces = true;
+  PageOutcome pageOutcome = PageOutcome::Loaded;
 
  private:
+  bool ask(const WebRequest& request);
+  std::shared_ptr<MainQueue> queue_;
   std::function<bool(const WebRequest&)> decider_;
+  std::function<void(bool)> loadResult_;
 };
 
 class RecordingWebViewFactory : public WebViewFactory {
  public:
+  explicit RecordingWebViewFactory(std::shared_ptr<MainQueue> queue = nullptr)
+      : queue_(std::move(queue)) {}
   std::shared_ptr<WebView> createWebView() override {
-    created.push_back(std::make_shared<RecordingWebView>());
+    created.push_back(std::make_shared<RecordingWebView>(queue_));
     return created.back();
   }
   std::vector<std::shared_ptr<RecordingWebView>> created;
+
+ private:
+  std::shared_ptr<MainQueue> queue_;
 };
 
 class FakeScreen : public Screen {

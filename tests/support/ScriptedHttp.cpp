@@ -1,5 +1,6 @@
 #include "support/ScriptedHttp.hpp"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -7,8 +8,12 @@ namespace tovani::test {
 
 namespace {
 
-HttpError timeoutError() { return HttpError{-1001, "The request timed out."}; }
-HttpError unreachableError() { return HttpError{-1004, "Could not connect to the server."}; }
+HttpError timeoutError() {
+  return HttpError{-1001, "The request timed out."};
+}
+HttpError unreachableError() {
+  return HttpError{-1004, "Could not connect to the server."};
+}
 
 }  // namespace
 
@@ -51,8 +56,14 @@ std::vector<std::string> ScriptedHttp::urls(Kind kind) const {
 }
 
 void ScriptedHttp::dataRequest(DataRequest request, DataCompletion done) {
-  requests_.push_back({Kind::Data, request.url, request.method, request.body, queue_->now(),
-                       request.idleTimeoutSeconds, request.allowsCellularAccess, {}});
+  requests_.push_back({Kind::Data,
+                       request.url,
+                       request.method,
+                       request.body,
+                       queue_->now(),
+                       request.idleTimeoutSeconds,
+                       request.allowsCellularAccess,
+                       {}});
   Answer answer = answerFor(request.url);
   double delay = answer.delay;
   if (delay > request.idleTimeoutSeconds) {
@@ -65,8 +76,13 @@ void ScriptedHttp::dataRequest(DataRequest request, DataCompletion done) {
 }
 
 void ScriptedHttp::download(DownloadRequest request, DownloadCompletion done) {
-  requests_.push_back({Kind::Download, request.url, "GET", {}, queue_->now(),
-                       request.idleTimeoutSeconds, request.allowsCellularAccess,
+  requests_.push_back({Kind::Download,
+                       request.url,
+                       "GET",
+                       {},
+                       queue_->now(),
+                       request.idleTimeoutSeconds,
+                       request.allowsCellularAccess,
                        request.temporaryDirectory});
   Answer answer = answerFor(request.url);
   double delay = answer.delay;
@@ -82,9 +98,9 @@ void ScriptedHttp::download(DownloadRequest request, DownloadCompletion done) {
     }
     // Like a real adapter: the body lands in a temporary file beside the destination,
     // and whatever the caller leaves of it is removed after the completion.
-    const auto path =
-        (std::filesystem::path(dir) / (".tovani-test-download-" + std::to_string(nextTemporaryFile_++)))
-            .string();
+    const auto path = (std::filesystem::path(dir) /
+                       (".tovani-test-download-" + std::to_string(nextTemporaryFile_++)))
+                          .string();
     {
       std::ofstream out(path, std::ios::binary);
       out << answer.body;
@@ -102,8 +118,15 @@ void ScriptedHttp::beacon(const std::string& url) {
 }
 
 std::optional<std::string> ScriptedHttp::fetchBlocking(const std::string& url) {
-  requests_.push_back({Kind::Blocking, url, "GET", {}, queue_->now(), 0, true, {}});
+  return fetchBlockingWithin(url, 3.0);
+}
+
+std::optional<std::string> ScriptedHttp::fetchBlockingWithin(const std::string& url,
+                                                             double timeLimitSeconds) {
+  requests_.push_back({Kind::Blocking, url, "GET", {}, queue_->now(), timeLimitSeconds, true, {}});
   const Answer answer = answerFor(url);
+  queue_->block(std::min(answer.delay, timeLimitSeconds));
+  if (answer.delay > timeLimitSeconds) return std::nullopt;
   if (answer.error || answer.status < 200 || answer.status > 299) return std::nullopt;
   return answer.body;
 }

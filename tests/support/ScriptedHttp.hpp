@@ -52,6 +52,9 @@ class ScriptedHttp : public Http {
   void download(DownloadRequest request, DownloadCompletion done) override;
   void beacon(const std::string& url) override;
   std::optional<std::string> fetchBlocking(const std::string& url) override;
+  // Holds the (virtual) thread for the answer's delay, or for the limit when that is shorter.
+  std::optional<std::string> fetchBlockingWithin(const std::string& url,
+                                                 double timeLimitSeconds) override;
 
  private:
   struct Route {

@@ -19,6 +19,8 @@ class VirtualMainQueue : public MainQueue {
   void advance(double seconds);
   // Runs every task due now, including those they post for now.
   void runUntilIdle() { advance(0); }
+  // The thread is held (a blocking call): time passes and nothing runs meanwhile.
+  void block(double seconds) { now_ += seconds > 0 ? seconds : 0; }
 
  private:
   double now_ = 0;

@@ -39,9 +39,9 @@ using DataCompletion =
     std::function<void(std::string body, HttpResponse response, std::optional<HttpError> error)>;
 // Completion of a download: the temporary file (absent on error), response, error. The
 // file belongs to the caller during the call; whatever is left of it afterwards is removed.
-using DownloadCompletion = std::function<void(std::optional<std::string> temporaryFile,
-                                              HttpResponse response,
-                                              std::optional<HttpError> error)>;
+using DownloadCompletion =
+    std::function<void(std::optional<std::string> temporaryFile, HttpResponse response,
+                       std::optional<HttpError> error)>;
 
 class Http {
  public:
@@ -55,6 +55,17 @@ class Http {
   // The only blocking call: fetches `url` on the calling thread with a bounded total time.
   // Returns the body of a successful (2xx) answer, or nothing.
   virtual std::optional<std::string> fetchBlocking(const std::string& url) = 0;
+  // The same, given up after `timeLimitSeconds` at the latest (the adapter's own bound
+  // applies too). An adapter that cannot bound a single call answers with the plain fetch.
+  // Removes the temporary download files that an earlier run left in `directory` (a crash,
+  // or an exit while a download ran), recognised by the adapter's own naming, and never one
+  // that a download of this process still writes. Called at start-up.
+  virtual void removeLeftoverDownloads(const std::string& directory) { (void)directory; }
+  virtual std::optional<std::string> fetchBlockingWithin(const std::string& url,
+                                                         double timeLimitSeconds) {
+    (void)timeLimitSeconds;
+    return fetchBlocking(url);
+  }
 };
 
 }  // namespace tovani

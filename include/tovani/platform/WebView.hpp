@@ -24,6 +24,11 @@ class WebView {
   // returning false cancels it.
   virtual void setNavigationDecider(std::function<bool(const WebRequest&)> decider) = 0;
   virtual void setScrollBounces(bool bounces) = 0;
+  // Told on the main queue when a page load ends: true when the page arrived whole with a
+  // 2xx status; false for an error status, a reset, a time-out, a cut-off body or a
+  // redirect that was cancelled. An answer overtaken by a newer load is not reported.
+  // A view that never reports counts as one whose pages never load.
+  virtual void setLoadResultHandler(std::function<void(bool loaded)> handler) { (void)handler; }
 };
 
 class WebViewFactory {

@@ -71,10 +71,19 @@ class NetworkTest : public ::testing::Test {
       });
     } else if (path.starts_with("/sized/")) {
       res.set_content(pattern(std::stoul(path.substr(7))), "video/mp4");
+    } else if (path == "/cut") {  // half a page, then the connection drops
+      res.set_chunked_content_provider("text/html", [](size_t at, httplib::DataSink& out) {
+        return at == 0 && out.write(std::string(1000, 'c').data(), 1000);
+      });
+    } else if (path == "/refresh") {
+      res.set_content(
+          R"(<meta http-equiv="Refresh" content="0; URL='https://elsewhere.example/x'">)",
+          "text/html");
     } else if (path.starts_with("/to-")) {
-      res.set_redirect(path == "/to-ftp"     ? "ftp://127.0.0.1/x"
-                       : path == "/to-hello" ? "/hello"
-                                             : path);
+      res.set_redirect(path == "/to-ftp"         ? "ftp://127.0.0.1/x"
+                       : path == "/to-hello"     ? "/hello"
+                       : path == "/to-elsewhere" ? "https://elsewhere.example/shop"
+                                                 : path);
     } else if (path != "/silent" || sleepFor(6)) {
       res.set_content(path == "/endcard" ? kEndCard : "hello world", "text/html");
     }
@@ -237,6 +246,60 @@ TEST_F(NetworkTest, AWebViewPostsAsksTheDeciderAndFollowsLinksInPlace) {
   EXPECT_EQ(view->page()->url, url("/hello"));
   EXPECT_EQ(view->page()->body, "hello world");
   EXPECT_EQ(hits().size(), 3u);  // the page, to-hello, hello: nothing refused went out
+}
+
+// A hostile card: every load reports whether the page came whole, and only a followed link is
+// the user's navigation; a meta refresh and the redirects of a load nobody tapped are not.
+TEST_F(NetworkTest, AWebViewReportsEachLoadAndWhetherTheUserStartedANavigation) {
+  HeadlessWebViewFactory factory(std::make_shared<CurlHttp>(loop_), loop_);
+  auto view = std::dynamic_pointer_cast<HeadlessWebView>(factory.createWebView());
+  std::vector<std::string> asked;
+  std::vector<bool> results;
+  view->setNavigationDecider([&](const WebRequest& request) {
+    asked.push_back((request.userInitiated ? "user " : "page ") + request.url);
+    return request.url.starts_with(url("/"));
+  });
+  view->setLoadResultHandler([&](bool loaded) { results.push_back(loaded); });
+  const auto settle = [&](size_t reports) {
+    return loop_->runUntil([&] { return results.size() == reports && !view->isLoading(); }, 5);
+  };
+  view->loadRequest({url("/missing"), "GET", ""});
+  ASSERT_TRUE(settle(1));
+  view->loadRequest({url("/cut"), "POST", ""});
+  ASSERT_TRUE(settle(2));
+  view->loadRequest({url("/to-elsewhere"), "POST", ""});  // a redirect the decider refuses
+  ASSERT_TRUE(settle(3));
+  view->loadRequest({url("/refresh"), "POST", ""});
+  ASSERT_TRUE(settle(4));
+  loop_->runFor(0.2);  // the refresh is followed after the load
+  EXPECT_TRUE(view->followLink("/to-hello"));
+  ASSERT_TRUE(settle(5));
+  EXPECT_EQ(results, (std::vector<bool>{false, false, false, true, true}));
+  EXPECT_EQ(asked, (std::vector<std::string>{
+                       "page " + url("/missing"), "page " + url("/cut"),
+                       "page " + url("/to-elsewhere"), "page https://elsewhere.example/shop",
+                       "page " + url("/refresh"), "page https://elsewhere.example/x",
+                       "user " + url("/to-hello"), "user " + url("/hello")}));
+}
+
+TEST_F(NetworkTest, LeftoverTemporaryDownloadsGoAtStartUpButNotOnesStillBeingWritten) {
+  const fs::path folder = folder_;
+  const std::vector<std::pair<std::string, bool>> files = {
+      {"tovani-0a1b2c3d4e5f.download", false},    {"tovani-zzzzzzzzzzzz.download", false},
+      {"tovani-ABCDEFGHIJKL.download", true},     {"tovani-notes.download", true},
+      {"tovani-0a1b2c3d4e5f.download.mp4", true}, {"my-0a1b2c3d4e5f.download", true}};
+  for (const auto& [name, kept] : files) std::ofstream(folder / name) << name;
+  fs::create_directory(folder / "tovani-000000000000.download");
+  CurlHttp http(loop_);
+  bool done = false;
+  http.download({url("/chunks/2000/6"), 3.0, true, folder_},
+                [&](auto, auto, auto) { done = true; });
+  ASSERT_TRUE(loop_->runUntil([&] { return filesLeft() == 8; }, 3));  // its file, being written
+  http.removeLeftoverDownloads(folder_);
+  for (const auto& [name, kept] : files) EXPECT_EQ(kept, fs::exists(folder / name)) << name;
+  EXPECT_TRUE(fs::is_directory(folder / "tovani-000000000000.download"));
+  EXPECT_EQ(filesLeft(), 6);  // four kept, the folder and the download in progress
+  ASSERT_TRUE(loop_->runUntil([&] { return done; }, 6));
 }
 
 }  // namespace

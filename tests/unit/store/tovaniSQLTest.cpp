@@ -11,6 +11,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "store/CheckedStatement.hpp"
 #include "store/Statements.hpp"
 #include "util/Text.hpp"
 
@@ -225,6 +226,46 @@ TEST_F(StoreTest, StatementsAreSentAsWrittenAndActOnTheShippedSchema) {
         << sent;
   }
   EXPECT_THAT(log->lines, IsEmpty());
+}
+
+// A value that would leave its quotes, or a number slot holding anything but a number, is
+// never sent: the statement acts as a failed one (no rows, nothing written, one log line).
+// Every other value gives the very text the unchecked template gives.
+TEST_F(StoreTest, CheckedStatementsRefuseValuesThatWouldChangeTheirShapeAndKeepTheRestExact) {
+  createStore(store);
+  auto db = openStore();
+  const std::string injection = "m', 'x.mp4', 1), ('6666', 'y";
+  // clang-format off
+  const std::tuple<const char*, std::vector<Text>, std::vector<size_t>, bool> cases[] = {
+      {sql::kInsertImpression, {"A1"}, {}, true},
+      {sql::kInsertImpression, {std::nullopt}, {}, true},
+      {sql::kInsertImpression, {"it's"}, {}, false},
+      {sql::kInsertDevice, {"U", injection, "1"}, {}, false},
+      {sql::kSelectAdvert, {"6'", "a.mp4"}, {}, false},
+      {sql::kSelectRollingCapReached, {"A1", "30", "2"}, {1}, true},
+      {sql::kSelectRollingCapReached, {"A1", "30", "2 or 1=1"}, {1}, false},
+      {sql::kSelectRollingCapReached, {"A1", "1 day') or ('1", "2"}, {1}, false},
+      {sql::kSelectRollingCapReached, {"A1", "7 hours", "2"}, {1}, false},
+      {sql::kSelectRollingCapReached, {"A1", "30", std::nullopt}, {1}, false},
+      {sql::kSelectPeriodCapReached, {"A1", "20000101", "29991231", "-1.5", "20000101", "29991231"},
+       {}, true},
+      {sql::kSelectPeriodCapReached, {"A1", "2000", "2999", "1)--", "2000", "2999"}, {}, false},
+      {"select '%%' || '%@'", {"50%"}, {}, true}};
+  // clang-format on
+  for (const auto& [statement, values, numeric, issued] : cases) {
+    const auto pick = [&](size_t i) { return i < values.size() ? values[i] : std::nullopt; };
+    const std::initializer_list<Text> args = {pick(0), pick(1), pick(2), pick(3), pick(4), pick(5)};
+    const CheckedStatement checked =
+        numeric.empty() ? formatStatement(statement, args) : formatStatement(statement, args, {1});
+    EXPECT_EQ(issued, checked.text.has_value()) << statement;
+    EXPECT_EQ(issued ? formatAt(statement, args) : "", checked.text.value_or(""));
+    const size_t logged = log->lines.size();
+    std::string(statement).starts_with("select") ? (void)db->loadDataFromDB(checked)
+                                                 : db->executeQuery(checked);
+    EXPECT_EQ(issued ? logged : logged + 1, log->lines.size()) << statement;
+  }
+  EXPECT_EQ(StoreRows({{"2"}}), raw(store, "select count(*) from tn_ads_freq"));
+  EXPECT_EQ(StoreRows({{"0"}}), raw(store, "select count(*) from tn_device"));
 }
 
 // The store file is downloaded, so its views and triggers are the server's code. A hostile

@@ -4,6 +4,7 @@
 
 #include "support/ViewerFixture.hpp"
 #include "viewer/ProcessState.hpp"
+#include "viewer/owned_files.hpp"
 
 namespace tovani::test {
 namespace {
@@ -180,6 +181,7 @@ TEST_F(DownloadQueue, WaitingVideosArriveOneAfterAnotherEachAfterThePreviousIsMa
 
 TEST_F(DownloadQueue, ABrokenVideoNeverBlocksTheOthersAndIsTriedOncePerTrigger) {
   writeFile(f.tp.documentsFile("b.mp4"), "old partial");
+  ASSERT_TRUE(OwnedFiles(f.tp.documents()).add("b.mp4"));  // the SDK's own, from an earlier run
   serve("a.mp4", answer("A"));
   serve("b.mp4", answer("<html>Not Found</html>", 0, 404));
   serve("c.mp4", answer("C"));
@@ -233,13 +235,18 @@ TEST(DownloadRows, OneFileOfTwoAdvertsIsFetchedOnceAndUnusableRowsNeverFetchedNo
 TEST(CacheCleanup, CreatingTheViewerRemovesOnlyPlainMp4FilesOlderThanSixtyDays) {
   ViewerFixture f;  // the store stays as it is: a removed video is fetched when playback misses it
   f.addRow("1", "old.mp4", 1);
+  // The SDK's own videos: the one an older install marked as cached, and those it recorded.
+  OwnedFiles owned(f.tp.documents());
+  for (const char* name : {"long-over.mp4", "young.mp4", "exactly.mp4", "just-over.mp4"})
+    ASSERT_TRUE(owned.add(name));
   const double day = 86400, now = f.tp.clock->now();  // half past a whole second
   // clang-format off
   const std::tuple<const char*, double, bool> files[] = {{"old.mp4", 61 * day, false},
       {"young.mp4", 59 * day, true}, {"exactly.mp4", 60 * day + 0.5, true},
       {"just-over.mp4", 60 * day + 0.25, true}, {"long-over.mp4", 60 * day + 1.5, false},
       {"SHOUTING.MP4", 61 * day, true}, {"c.mp4.part", 61 * day, true}, {"notes.txt", 400 * day, true},
-      {"folder.mp4", 400 * day, true}, {"nested/deep.mp4", 400 * day, true}};
+      {"folder.mp4", 400 * day, true}, {"nested/deep.mp4", 400 * day, true},
+      {"hosts-own.mp4", 400 * day, true}};
   // clang-format on
   fs::create_directories(f.tp.documentsFile("folder.mp4"));
   fs::create_directories(f.tp.documentsFile("nested"));

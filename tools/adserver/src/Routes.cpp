@@ -74,7 +74,9 @@ std::pair<Route, Answer> answer(const httplib::Request& req, ServerState& state)
   if (std::regex_match(path, m, kVideo)) return {Route::video, fixture(state, m[1].str())};
   if (std::regex_match(path, m, kImage)) return {Route::image, fixture(state, m[1].str())};
   if (std::regex_match(path, m, kEndCard)) {
-    auto page = renderEndCardPage(m[1].str(), req.body, state.hosts);
+    auto page = state.scenario.endcardDocument
+                    ? std::optional<std::string>(*state.scenario.endcardDocument)
+                    : renderEndCardPage(m[1].str(), req.body, state.hosts);
     if (!page) return {Route::endcard, notFound()};
     return {Route::endcard, {200, "text/html; charset=utf-8", std::move(*page)}};
   }

@@ -235,9 +235,9 @@ VastAd resolveVastAd(const json& given, const json& adverts, const Context& ctx)
 
 Scenario resolve(const json& doc, const HostNames& hosts,
                  const std::filesystem::path& fixturesDir) {
-  static const std::set<std::string> kKeys{"name",   "description",   "uuid",
-                                           "rotate", "adverts",       "vast",
-                                           "faults", "vast_document", "adlist_document"};
+  static const std::set<std::string> kKeys{
+      "name", "description", "uuid",          "rotate",          "adverts",
+      "vast", "faults",      "vast_document", "adlist_document", "endcard_document"};
   for (const auto& [key, value] : doc.items()) {
     if (!kKeys.count(key)) fail("unknown key \"" + key + "\"");
   }
@@ -263,6 +263,9 @@ Scenario resolve(const json& doc, const HostNames& hosts,
   }
   if (doc.contains("adlist_document")) {
     s.adlistDocument = expand(scalarText(doc["adlist_document"], "adlist_document"), hosts);
+  }
+  if (doc.contains("endcard_document")) {
+    s.endcardDocument = expand(scalarText(doc["endcard_document"], "endcard_document"), hosts);
   }
   if (doc.contains("faults")) {
     try {
@@ -312,6 +315,7 @@ nlohmann::json scenarioToJson(const Scenario& s) {
   if (s.uuid) out["uuid"] = *s.uuid;
   if (s.vastDocument) out["vast_document"] = *s.vastDocument;
   if (s.adlistDocument) out["adlist_document"] = *s.adlistDocument;
+  if (s.endcardDocument) out["endcard_document"] = *s.endcardDocument;
   return out;
 }
 

@@ -36,6 +36,7 @@ struct Scenario {
   std::vector<VastAd> vast;
   std::optional<std::string> vastDocument;           // served verbatim instead of `vast`
   std::optional<std::string> adlistDocument;         // served verbatim instead of the list
+  std::optional<std::string> endcardDocument;        // served verbatim for every end-card page
   nlohmann::json faults = nlohmann::json::object();  // initial fault switches
 };
 

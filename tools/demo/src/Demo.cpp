@@ -261,6 +261,7 @@ DemoReport runDemo(const DemoOptions& options) {
     out("inventory ready: " + std::to_string(inventory.videosCached) + " videos cached");
   }
   if (options.inventoryOnly) return finish(true, "inventory ready");
+  if (options.settleSeconds > 0) lp.mainLoop->runFor(options.settleSeconds);
   if (!options.faultsBeforeShow.empty()) server.setFaults(options.faultsBeforeShow);
 
   bool allAsExpected = true;
@@ -278,6 +279,7 @@ DemoReport runDemo(const DemoOptions& options) {
     });
     size_t seenRequests = server.requests().size();
     out("--- showing " + std::to_string(n + 1) + ": tovaniShow");
+    lp.mainLoop->resetLongestTask();
     TovaniSDK::tovaniShow(root);
     lp.mainLoop->runUntil(
         [&] {
@@ -294,6 +296,7 @@ DemoReport runDemo(const DemoOptions& options) {
         options.showingTimeoutSeconds);
     // Let the last beacons of the showing arrive.
     lp.mainLoop->runFor(0.3);
+    showing.longestMainTaskSeconds = lp.mainLoop->longestTaskSeconds();
     if (host->results.size() > callbacksBefore) showing.result = host->results[callbacksBefore];
     showing.adId = lastImpression(documents);
     showing.skippable = driver.skippable();

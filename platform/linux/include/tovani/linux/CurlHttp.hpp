@@ -81,6 +81,9 @@ class CurlHttp final : public Http {
   void download(DownloadRequest request, DownloadCompletion done) override;
   void beacon(const std::string& url) override;
   std::optional<std::string> fetchBlocking(const std::string& url) override;
+  void removeLeftoverDownloads(const std::string& directory) override;
+  std::optional<std::string> fetchBlockingWithin(const std::string& url,
+                                                 double timeLimitSeconds) override;
 
   // Starts `request`; `done` runs later on the main queue.
   void send(CurlRequest request, std::function<void(CurlResult)> done);

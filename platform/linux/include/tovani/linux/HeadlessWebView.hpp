@@ -42,9 +42,14 @@ class HeadlessWebView final : public WebView, public std::enable_shared_from_thi
   void loadRequest(const WebRequest& request) override;
   void setNavigationDecider(std::function<bool(const WebRequest&)> decider) override;
   void setScrollBounces(bool bounces) override { bounces_ = bounces; }
+  void setLoadResultHandler(std::function<void(bool loaded)> handler) override {
+    loadResult_ = std::move(handler);
+  }
 
   // A tap on a link: `url` (relative to the current page or absolute) is put to the decider
-  // now, and loaded in place with GET when allowed. Returns the decider's answer.
+  // now as a navigation the user started, and loaded in place with GET when allowed.
+  // Returns the decider's answer. A page's meta refresh is followed on its own, as a
+  // browser does, and is no user's navigation.
   bool followLink(const std::string& url);
 
   const std::optional<WebPage>& page() const { return page_; }
@@ -58,12 +63,15 @@ class HeadlessWebView final : public WebView, public std::enable_shared_from_thi
  private:
   bool navigate(const WebRequest& request, int hop);
   void onAnswer(unsigned generation, const WebRequest& request, int hop, CurlResult result);
+  void reportLoad(bool loaded);
 
   std::shared_ptr<CurlHttp> http_;
   std::shared_ptr<MainQueue> mainQueue_;
   WebViewOptions options_;
   std::function<bool(const WebRequest&)> decider_;
   std::function<void()> loadedHandler_;
+  std::function<void(bool)> loadResult_;
+  int refreshes_ = 0;  // meta refreshes followed since the last load or tap
   std::optional<WebPage> page_;
   std::optional<HttpError> lastError_;
   unsigned generation_ = 0;  // a newer navigation makes older answers stale

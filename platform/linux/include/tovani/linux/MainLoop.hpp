@@ -47,6 +47,10 @@ class MainLoop final : public MainQueue {
   bool isLoopThread() const;
   // Where a task that throws is reported (the exception stops at the loop); stderr by default.
   void setErrorReporter(std::function<void(const std::string&)> reporter);
+  // The longest time one posted task held the loop's thread, in seconds, since
+  // construction or the last reset: how long the host's thread was blocked by the SDK.
+  double longestTaskSeconds() const;
+  void resetLongestTask();
   // The GMainContext*, for hosts that attach their own sources.
   void* nativeContext() const;
 

@@ -31,6 +31,9 @@ struct DemoOptions {
   // first showing.
   std::string faultsAtStart;
   std::string faultsBeforeShow;
+  // Seconds to keep running after the inventory is ready, before those faults and the first
+  // showing, so that the SDK's background work after start-up has finished.
+  double settleSeconds = 0;
   bool devType = false;
   std::string mediaCode = "DEMO_MEDIA";
   std::string slotCode = "DEMO_SLOT";
@@ -67,6 +70,7 @@ struct ShowingReport {
   std::vector<TimelineEvent> timeline;
   std::vector<Beacon> requests;         // every request the server received during the showing
   std::vector<std::string> openedUrls;  // URLs handed to the host to open
+  double longestMainTaskSeconds = 0;    // the longest the host's main thread was held
 };
 
 struct DemoReport {
