@@ -9,6 +9,7 @@
 #include "tovani/TovaniDelegate.hpp"
 #include "tovani/View.hpp"
 #include "util/Text.hpp"
+#include "viewer/Inspection.hpp"
 #include "xml/XmlValue.hpp"
 
 namespace tovani {
@@ -174,6 +175,13 @@ class tovaniViewer : public View {
   // the main thread once per showing instead of on every tick.
   uint64_t showingNumber = 0;
   uint64_t skipImagesFetchedInShowing = 0;
+
+  // The host's inspector (Inspection.hpp); and the player's time for its stage events.
+  Inspection inspection;
+  void inspectStage(const char* name, const std::string& reason = {});
+  std::optional<double> mediaTimeForInspection() const;
+  // Sends the beacon the reporting way and tells the inspector what became of it.
+  void inspectBeacon(const Text& rawUrl, const std::string& finalUrl);
 };
 
 // True when an end-card switch value asks for the end card: "true" or empty (absent too).

@@ -7,8 +7,12 @@ namespace tovani::test {
 
 namespace {
 
-HttpError timeoutError() { return HttpError{-1001, "The request timed out."}; }
-HttpError unreachableError() { return HttpError{-1004, "Could not connect to the server."}; }
+HttpError timeoutError() {
+  return HttpError{-1001, "The request timed out."};
+}
+HttpError unreachableError() {
+  return HttpError{-1004, "Could not connect to the server."};
+}
 
 }  // namespace
 
@@ -51,8 +55,14 @@ std::vector<std::string> ScriptedHttp::urls(Kind kind) const {
 }
 
 void ScriptedHttp::dataRequest(DataRequest request, DataCompletion done) {
-  requests_.push_back({Kind::Data, request.url, request.method, request.body, queue_->now(),
-                       request.idleTimeoutSeconds, request.allowsCellularAccess, {}});
+  requests_.push_back({Kind::Data,
+                       request.url,
+                       request.method,
+                       request.body,
+                       queue_->now(),
+                       request.idleTimeoutSeconds,
+                       request.allowsCellularAccess,
+                       {}});
   Answer answer = answerFor(request.url);
   double delay = answer.delay;
   if (delay > request.idleTimeoutSeconds) {
@@ -65,8 +75,13 @@ void ScriptedHttp::dataRequest(DataRequest request, DataCompletion done) {
 }
 
 void ScriptedHttp::download(DownloadRequest request, DownloadCompletion done) {
-  requests_.push_back({Kind::Download, request.url, "GET", {}, queue_->now(),
-                       request.idleTimeoutSeconds, request.allowsCellularAccess,
+  requests_.push_back({Kind::Download,
+                       request.url,
+                       "GET",
+                       {},
+                       queue_->now(),
+                       request.idleTimeoutSeconds,
+                       request.allowsCellularAccess,
                        request.temporaryDirectory});
   Answer answer = answerFor(request.url);
   double delay = answer.delay;
@@ -82,9 +97,9 @@ void ScriptedHttp::download(DownloadRequest request, DownloadCompletion done) {
     }
     // Like a real adapter: the body lands in a temporary file beside the destination,
     // and whatever the caller leaves of it is removed after the completion.
-    const auto path =
-        (std::filesystem::path(dir) / (".tovani-test-download-" + std::to_string(nextTemporaryFile_++)))
-            .string();
+    const auto path = (std::filesystem::path(dir) /
+                       (".tovani-test-download-" + std::to_string(nextTemporaryFile_++)))
+                          .string();
     {
       std::ofstream out(path, std::ios::binary);
       out << answer.body;
@@ -99,6 +114,15 @@ void ScriptedHttp::download(DownloadRequest request, DownloadCompletion done) {
 
 void ScriptedHttp::beacon(const std::string& url) {
   requests_.push_back({Kind::Beacon, url, "GET", {}, queue_->now(), 0, true, {}});
+}
+
+void ScriptedHttp::reportedBeacon(const std::string& url, BeaconReportHandler report) {
+  beacon(url);
+  // Answered by the routes like any request; a beacon has no idle time-out of its own here.
+  const Answer answer = answerFor(url);
+  queue_->postAfter(answer.delay, [answer, report = std::move(report)] {
+    report(BeaconReport{answer.error ? 0 : answer.status, answer.delay, answer.error});
+  });
 }
 
 std::optional<std::string> ScriptedHttp::fetchBlocking(const std::string& url) {
