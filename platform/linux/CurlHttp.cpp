@@ -285,7 +285,13 @@ void CurlHttp::beacon(const std::string& url) {
 }
 
 void CurlHttp::reportedBeacon(const std::string& url, BeaconReportHandler report) {
-  if (!detail::isFetchableUrl(url)) return;
+  if (!detail::isFetchableUrl(url)) {
+    // Nothing is sent, which the inspector hears of like any other failure.
+    impl_->mainQueue->post([report = std::move(report)] {
+      report(BeaconReport{0, 0, HttpError{0, "not an http or https URL: nothing sent"}});
+    });
+    return;
+  }
   impl_->record("beacon", "GET", url, true);
   CurlRequest curl;
   curl.url = url;

@@ -2,7 +2,6 @@
 // against what the ad server logged; and the demo's "why" for a capped ad.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -77,13 +76,8 @@ TEST(InspectorEndToEnd, ABeaconStalledPastTheIdleTimeOutIsReportedAsATransportEr
 }
 
 TEST(InspectorEndToEnd, WhyNamesTheRuleAndTheCountOfACappedAd) {
-  const std::string only = ::testing::TempDir() + "/why_capped.json";
-  std::ofstream(only) << R"({"name": "capped-only",
-      "adverts": [{"ads_no": 3001, "sources": [{"video": "video_10s.mp4"}]}],
-      "vast": [{"id": 3001, "extensions": {"SkipUse": "false", "EndcardUse": "false",
-                                            "frequency1": "p|7|1"}}]})";
   DemoOptions o;
-  o.scenarioFile = only;
+  o.scenarioFile = std::string(TOVANI_SOURCE_DIR) + "/tools/adserver/scenarios/capped_only.json";
   o.speed = 10;
   o.showings = 2;
   o.why = true;

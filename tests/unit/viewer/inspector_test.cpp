@@ -95,6 +95,7 @@ TEST(Inspector, EachCandidateGetsItsOutcomeAndReadinessShowsTheCapAndTheRepair) 
   f.addCached("42", "v42.mp4");
   f.addCached("43", "v43.mp4");
   f.addRow("44", "v44.mp4", 1);  // recorded as cached, file gone
+  f.addRow("45", ".v45.mp4");    // a name the SDK never uses as a path
   f.addShowings("43", "datetime('now')", 2);
   f.addShowings("42", "datetime('now','-400 day')", 1);
   const auto ad = [](const std::string& id, const Text& rule = std::nullopt) {
@@ -114,13 +115,15 @@ TEST(Inspector, EachCandidateGetsItsOutcomeAndReadinessShowsTheCapAndTheRepair) 
   EXPECT_EQ(2, capped.count);
 
   const Readiness r = TovaniSDK::readiness();
-  ASSERT_EQ(3, r.advertCount) << r.problem;
+  ASSERT_EQ(4, r.advertCount) << r.problem;
   EXPECT_TRUE(r.storeReadable);
   EXPECT_EQ(2, r.videosCached);
   std::map<std::string, AdvertReadiness> byId;
   for (const auto& a : r.adverts) byId[a.adId] = a;
   EXPECT_EQ(CacheState::Waiting, byId["44"].cache);  // repaired: back in the queue
   EXPECT_EQ(CacheState::Cached, byId["43"].cache);
+  EXPECT_EQ(CacheState::Refused, byId["45"].cache);
+  EXPECT_EQ("hidden or relative name", byId["45"].refusedBecause);
   ASSERT_TRUE(byId["43"].frequency.has_value());
   EXPECT_TRUE(byId["43"].frequency->blocksNow);
   EXPECT_EQ(2, byId["43"].frequency->counted);
