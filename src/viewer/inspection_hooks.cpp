@@ -40,12 +40,12 @@ std::optional<double> tovaniViewer::mediaTimeForInspection() const {
   return t;
 }
 
-void tovaniViewer::inspectStage(const char* name, const std::string& reason) {
+void tovaniViewer::inspectStage(const char* name, std::string_view reason) {
   inspection.emit([&] {
     InspectorEvent e;
     e.kind = InspectorEventKind::Stage;
     e.name = name;
-    e.reason = reason;
+    e.reason = std::string(reason);
     e.mediaTime = mediaTimeForInspection();
     return e;
   });

@@ -42,7 +42,7 @@ bool tovaniViewer::connectedToNetwork(const Text& /*host: the general internet i
 
 namespace {
 
-void inspectCheck(tovaniViewer& viewer, const char* name, bool ended, const std::string& reason,
+void inspectCheck(tovaniViewer& viewer, const char* name, bool ended, const char* reason,
                   std::optional<int32_t> result = std::nullopt) {
   viewer.inspection.emit([&] {
     InspectorEvent e;
@@ -97,14 +97,16 @@ void tovaniViewer::adPlay_TNSDK() {
   isAdStart = true;
 
   const std::string url = adRequestURL("vast");
+  // Kept for the answer's event only while inspecting.
   const double sentAt = inspection.active() ? monotonicSeconds() : 0;
+  std::string inspectedUrl = inspection.active() ? url : std::string();
   inspection.emit([&] { return requestEvent("sent", url); });
   tovaniUtils::requestNetwork(
       *platform(), url,
-      [viewer = self(), url, sentAt](std::string body, HttpResponse response,
-                                     std::optional<HttpError> error) {
+      [viewer = self(), inspectedUrl = std::move(inspectedUrl), sentAt](
+          std::string body, HttpResponse response, std::optional<HttpError> error) {
         viewer->inspection.emit([&] {
-          InspectorEvent e = requestEvent(error ? "failed" : "answered", url);
+          InspectorEvent e = requestEvent(error ? "failed" : "answered", inspectedUrl);
           e.latencySeconds = monotonicSeconds() - sentAt;
           if (error) {
             e.error = error->message;

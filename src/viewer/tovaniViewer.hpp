@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "store/tovaniSQL.hpp"
 #include "tovani/Platform.hpp"
@@ -178,7 +179,7 @@ class tovaniViewer : public View {
 
   // The host's inspector (Inspection.hpp); and the player's time for its stage events.
   Inspection inspection;
-  void inspectStage(const char* name, const std::string& reason = {});
+  void inspectStage(const char* name, std::string_view reason = {});
   std::optional<double> mediaTimeForInspection() const;
   // Sends the beacon the reporting way and tells the inspector what became of it.
   void inspectBeacon(const Text& rawUrl, const std::string& finalUrl);
