@@ -7,6 +7,7 @@
 //     folder  where the documents folder is made; default the system temporary folder
 #include <sqlite3.h>
 #include <stdlib.h>
+#include <time.h>
 
 #include <algorithm>
 #include <chrono>
@@ -120,17 +121,28 @@ int run(int calls, const fs::path& parent) {
     throw std::runtime_error("readiness saw " + std::to_string(last.advertCount) + " adverts, " +
                              std::to_string(last.videosCached) + " cached: " + last.problem);
   }
-  std::vector<double> ms;
+  // Wall time is what the main thread waits; the thread's CPU time is what the call costs
+  // on a machine where it is not waiting for a core.
+  const auto cpuMs = [] {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_nsec) / 1e6;
+  };
+  std::vector<double> ms, cpu;
   for (int i = 0; i < calls; ++i) {
     const auto start = Steady::now();
+    const double cpuStart = cpuMs();
     last = tovani::TovaniSDK::readiness();
+    cpu.push_back(cpuMs() - cpuStart);
     ms.push_back(std::chrono::duration<double, std::milli>(Steady::now() - start).count());
   }
   const double median = percentile(ms, 0.5), p95 = percentile(ms, 0.95);
   std::printf("readiness(): %d adverts, %d cached files, %d rules seen; %d calls in %s\n", kAdverts,
               kCached, kRulesSeen, calls, parent.c_str());
-  std::printf("  median %.3f ms   p95 %.3f ms   (target median < 5 ms: %s)\n", median, p95,
+  std::printf("  wall  median %.3f ms   p95 %.3f ms   (target median < 5 ms: %s)\n", median, p95,
               median < 5 ? "met" : "MISSED");
+  std::printf("  cpu   median %.3f ms   p95 %.3f ms\n", percentile(cpu, 0.5),
+              percentile(cpu, 0.95));
   return 0;
 }
 

@@ -20,11 +20,14 @@ constexpr double kCleanupAgeSeconds = 60.0 * 86400.0;
 
 constexpr const char* kAdverts =
     "select ads_no, video_filename, sources_value, use_flag from tn_adverts";
-// Impressions as the cap statements date them: by the store engine's clock (UTC).
+// Impressions as the cap statements date them: by the store engine's clock (UTC). The
+// engine writes reg_date as "YYYY-MM-DD HH:MM:SS", so the bounds, worked out once, compare
+// as text, instead of three date conversions per row.
+constexpr const char* kImpressionBounds =
+    "select date('now'), datetime('now', '-7 day'), strftime('%Y-01-01', 'now')";
 constexpr const char* kImpressions =
-    "select ads_no, sum(date(reg_date) = date('now')), "
-    "sum(reg_date >= datetime('now', '-7 day')), "
-    "sum(strftime('%Y', reg_date) = strftime('%Y', 'now')) from tn_ads_freq group by ads_no";
+    "select ads_no, sum(reg_date >= ?1), sum(reg_date >= ?2), sum(reg_date >= ?3) "
+    "from tn_ads_freq group by ads_no";
 constexpr const char* kPeriodCount =
     "select count(*), strftime('%Y%m%d', 'now') between ?2 and ?3, "
     "date(substr(?3, 1, 4) || '-' || substr(?3, 5, 2) || '-' || substr(?3, 7, 2), '+1 day') "
@@ -90,9 +93,11 @@ void readAdvert(const tovaniViewer& viewer, const StoreReader::Row& row, Readine
                                                       a.sourceUrl) != mDownloadList->end();
   const auto path = videoFilePath(viewer.tnadDocumentsPath.value_or(""), a.videoFile, storeName);
   std::error_code ec;
-  const bool present =
-      path && fs::is_regular_file(*path, ec) && fs::file_size(*path, ec) > 0 && !ec;
-  if (present) a.fileBytes = static_cast<int64_t>(fs::file_size(*path, ec));
+  if (path && fs::is_regular_file(fs::status(*path, ec))) {
+    const auto size = fs::file_size(*path, ec);
+    if (!ec && size > 0) a.fileBytes = static_cast<int64_t>(size);
+  }
+  const bool present = a.fileBytes.has_value();
   if (downloading) {
     a.cache = CacheState::Downloading;
   } else if (row[3].value_or("") == "1") {
@@ -177,7 +182,11 @@ Readiness readViewerReadiness(const tovaniViewer& viewer) {
     if (row.size() == 4) readAdvert(viewer, row, r);
   }
   for (auto& a : r.adverts) byId.emplace(a.adId, &a);
-  for (const auto& row : store.query(kImpressions)) {
+  const auto bounds = store.query(kImpressionBounds);
+  const auto bound = [&](size_t i) {
+    return bounds.size() == 1 && bounds[0].size() == 3 ? bounds[0][i].value_or("") : "";
+  };
+  for (const auto& row : store.query(kImpressions, {bound(0), bound(1), bound(2)})) {
     if (row.size() != 4 || !row[0]) continue;
     auto it = byId.find(*row[0]);
     if (it == byId.end()) continue;
