@@ -3,7 +3,9 @@
 // against a null pipeline measured in the same run: the same VAST bytes fetched with a
 // plain reused libcurl handle, parsed by expat into nothing, and the playable-advert and
 // cap queries issued with raw SQLite on the same store file. Samples of the two alternate,
-// so that drift of the machine weighs on both alike.
+// so that drift of the machine weighs on both alike. A third series runs the SDK's showing
+// with the JSON-lines inspector attached (writing to a file in the documents folder), so
+// that what the inspector costs is read from the same run.
 //
 //   bench_show_path [showings [folder]]
 //     showings  default 200, after a few discarded warm-up showings
@@ -29,6 +31,7 @@
 #include "sdk/FacadeState.hpp"
 #include "show_path_ports.hpp"
 #include "store/Statements.hpp"
+#include "tovani/JsonLinesInspector.hpp"
 #include "tovani/TovaniSDK.hpp"
 #include "tovani/adserver/AdServer.hpp"
 #include "tovani/linux/LinuxPlatform.hpp"
@@ -344,14 +347,28 @@ int run(int showings, const fs::path& parent) {
                               {"  curl GET, reused easy handle", {}},
                               {"  expat parse, empty handlers", {}},
                               {"  S8 + S10, raw open/prepare/step/close", {}}};
+  std::vector<Series> inspected = {{"tovaniShow -> play(), JSON inspector attached", {}},
+                                   {"  tovaniShow -> request handed to Http", {}},
+                                   {"  request -> answer on the main queue", {}},
+                                   {"  answer -> impression stored", {}},
+                                   {"  impression stored -> play()", {}}};
+  const auto inspector =
+      std::make_shared<tovani::JsonLinesInspector>(documents.path + "/inspector.jsonl");
+  const auto inspectedShowing = [&] {
+    tovani::TovaniSDK::setInspector(inspector);
+    bench.sdkShowing(&inspected);
+    tovani::TovaniSDK::setInspector(nullptr);
+  };
   std::vector<Series> reference = {{"curl GET without asking for compression", {}},
                                    {"S11 impression insert, raw", {}}};
   for (int i = 0; i < showings; ++i) {
     if (i % 2 == 0) {
       bench.sdkShowing(&sdk);
+      inspectedShowing();
       bench.nullShowing(&null, fetch, playable, cap);
     } else {
       bench.nullShowing(&null, fetch, playable, cap);
+      inspectedShowing();
       bench.sdkShowing(&sdk);
     }
     const auto start = Steady::now();
@@ -367,6 +384,7 @@ int run(int showings, const fs::path& parent) {
       "documents in %s\n",
       showings, kWarmUpShowings, fetch.get().size(), parent.c_str());
   report("SDK", sdk);
+  report("SDK with the JSON-lines inspector", inspected);
   report("null pipeline", null);
   report("reference, in neither pipeline", reference);
   const double medianRatio = median(sdk[0].samples) / median(null[0].samples);
@@ -374,6 +392,11 @@ int run(int showings, const fs::path& parent) {
   std::printf("SDK / null: median %.2f (target <= %.1f: %s), p95 %.2f (target <= %.1f: %s)\n",
               medianRatio, kMedianTarget, medianRatio <= kMedianTarget ? "met" : "MISSED", p95Ratio,
               kP95Target, p95Ratio <= kP95Target ? "met" : "MISSED");
+  const double inspectedMedian = median(inspected[0].samples) / median(sdk[0].samples);
+  const double inspectedP95 =
+      percentile(inspected[0].samples, 0.95) / percentile(sdk[0].samples, 0.95);
+  std::printf("SDK with inspector / without: median %.3f (target <= 1.05: %s), p95 %.3f\n",
+              inspectedMedian, inspectedMedian <= 1.05 ? "met" : "MISSED", inspectedP95);
   // The design writes the impression before playing; the null pipeline has no write. How
   // far the SDK is from the null pipeline plus that one write, sample by sample:
   std::vector<double> withInsert;

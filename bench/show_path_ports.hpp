@@ -84,6 +84,9 @@ class StampingHttp final : public tovani::Http {
     inner_->download(std::move(request), std::move(done));
   }
   void beacon(const std::string& url) override { inner_->beacon(url); }
+  void reportedBeacon(const std::string& url, tovani::BeaconReportHandler report) override {
+    inner_->reportedBeacon(url, std::move(report));
+  }
   std::optional<std::string> fetchBlocking(const std::string& url) override {
     return inner_->fetchBlocking(url);
   }

@@ -6,10 +6,13 @@
 #include <vector>
 
 #include "tovani/Constants.hpp"
+#include "tovani/Export.hpp"
 #include "tovani/Platform.hpp"
+#include "tovani/Readiness.hpp"
 #include "tovani/ResultCode.hpp"
 #include "tovani/TovaniCategory.hpp"
 #include "tovani/TovaniDelegate.hpp"
+#include "tovani/TovaniInspector.hpp"
 #include "tovani/View.hpp"
 
 namespace tovani {
@@ -41,6 +44,14 @@ class TovaniSDK {
   static void tovaniShow(const std::shared_ptr<View>& hostRootView);
   static std::shared_ptr<TovaniSDK> sharedInstance();
 
+  // What the SDK holds and what tovaniShow would do now. Answers at once from memory, the
+  // store (read-only) and the documents folder; never touches the network, never writes,
+  // never creates the SDK. Safe at any time on the main thread.
+  TOVANI_EXPORT static Readiness readiness();
+  // Receives one event per decision of every showing (see TovaniInspector.hpp); nullptr
+  // removes it. May be set before any other call.
+  TOVANI_EXPORT static void setInspector(std::shared_ptr<TovaniInspector> inspector);
+
   TovaniSDK();
   ~TovaniSDK();
   TovaniSDK(const TovaniSDK&) = delete;
@@ -63,4 +74,4 @@ class TovaniSDK {
 // `categories` is an element that is not a string and is skipped. `categories` may be
 // NULL (no list).
 extern "C" void tovani_init_with_categories(const char* mediaCode, const char* slotCode,
-                                             const char* const* categories, size_t count);
+                                            const char* const* categories, size_t count);

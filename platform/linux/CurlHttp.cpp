@@ -149,6 +149,14 @@ struct CurlHttp::Impl {
     CurlResult result = transfer->result(code, timedOutIdle);
     switch (transfer->kind) {
       case Transfer::Kind::Beacon:
+        if (transfer->beaconDone) {
+          const double latency =
+              std::chrono::duration<double>(SteadyClock::now() - transfer->startedAt).count();
+          mainQueue->post([done = std::move(transfer->beaconDone), result = std::move(result),
+                           latency]() {
+            done(BeaconReport{result.error ? 0 : result.response.status, latency, result.error});
+          });
+        }
         return;
       case Transfer::Kind::Data:
         mainQueue->post(
@@ -349,6 +357,23 @@ void CurlHttp::beacon(const std::string& url) {
   curl.url = url;
   curl.idleTimeoutSeconds = impl_->options.beaconIdleTimeoutSeconds;
   impl_->start(Transfer::Kind::Beacon, curl, std::make_unique<Transfer>());
+}
+
+void CurlHttp::reportedBeacon(const std::string& url, BeaconReportHandler report) {
+  if (!detail::isFetchableUrl(url)) {
+    // Nothing is sent, which the inspector hears of like any other failure.
+    impl_->mainQueue->post([report = std::move(report)] {
+      report(BeaconReport{0, 0, HttpError{0, "not an http or https URL: nothing sent"}});
+    });
+    return;
+  }
+  impl_->record("beacon", "GET", url, true);
+  CurlRequest curl;
+  curl.url = url;
+  curl.idleTimeoutSeconds = impl_->options.beaconIdleTimeoutSeconds;
+  auto transfer = std::make_unique<Transfer>();
+  transfer->beaconDone = std::move(report);
+  impl_->start(Transfer::Kind::Beacon, curl, std::move(transfer));
 }
 
 std::optional<std::string> CurlHttp::fetchBlocking(const std::string& url) {

@@ -63,6 +63,9 @@ struct Transfer {
   double idleSeconds = 3.0;
   std::function<void(CurlResult)> dataDone;
   DownloadCompletion downloadDone;
+  // Beacons sent for an inspector only: told how the beacon went.
+  BeaconReportHandler beaconDone;
+  SteadyClock::time_point startedAt = SteadyClock::now();
 };
 
 }  // namespace tovani::linux::detail

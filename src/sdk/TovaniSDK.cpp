@@ -5,6 +5,7 @@
 
 #include "sdk/FacadeState.hpp"
 #include "util/Guard.hpp"
+#include "viewer/ReadinessReport.hpp"
 #include "viewer/tovaniViewer.hpp"
 
 namespace tovani {
@@ -19,6 +20,7 @@ struct FacadeState {
   std::shared_ptr<Platform> platform;
   std::shared_ptr<TovaniSDK> instance;
   std::shared_ptr<tovaniViewer> mainViewer;
+  std::shared_ptr<TovaniInspector> inspector;
 };
 
 // Never destroyed: the facade and its viewer live for the whole process, and a host may exit
@@ -53,6 +55,7 @@ void resetFacadeForTesting() {
   state.instance.reset();
   state.mainViewer.reset();
   state.platform.reset();
+  state.inspector.reset();
 }
 
 // Every port must be there: the core calls them without checking.
@@ -96,8 +99,36 @@ TovaniSDK::TovaniSDK() {
   std::lock_guard lock(state.mutex);
   if (!state.platform) state.platform = makeDefaultPlatform();
   if (!state.platform || !isComplete(*state.platform)) return;
-  runGuarded(state.platform->log.get(),
-             [&] { state.mainViewer = tovaniViewer::create(state.platform); });
+  runGuarded(state.platform->log.get(), [&] {
+    state.mainViewer = tovaniViewer::create(state.platform);
+    if (state.inspector) state.mainViewer->inspection.attach(state.inspector, state.platform->log);
+  });
+}
+
+void TovaniSDK::setInspector(std::shared_ptr<TovaniInspector> inspector) {
+  hostCall([&] {
+    auto& state = facade();
+    std::lock_guard lock(state.mutex);
+    state.inspector = std::move(inspector);
+    if (state.mainViewer) {
+      state.mainViewer->inspection.attach(state.inspector,
+                                          state.platform ? state.platform->log : nullptr);
+    }
+  });
+}
+
+Readiness TovaniSDK::readiness() {
+  Readiness answer;
+  hostCall([&] {
+    std::shared_ptr<tovaniViewer> viewer;
+    {
+      auto& state = facade();
+      std::lock_guard lock(state.mutex);
+      if (state.instance) viewer = state.mainViewer;
+    }
+    answer = viewer ? readViewerReadiness(*viewer) : Readiness{};
+  });
+  return answer;
 }
 
 TovaniSDK::~TovaniSDK() = default;

@@ -1,5 +1,7 @@
 #include "store/tovaniSQL.hpp"
 
+#include "store/Hardening.hpp"
+
 #include <sqlite3.h>
 
 #include <chrono>
@@ -14,41 +16,12 @@ namespace {
 namespace fs = std::filesystem;
 using SteadyClock = std::chrono::steady_clock;
 
-// How many virtual-machine steps pass between two looks at the clock. A step is a few
-// nanoseconds, so the limit is noticed within microseconds while the clock costs nothing.
-constexpr int kProgressCheckSteps = 1000;
-
 // Each row value is counted with the bookkeeping of a string, so that a flood of tiny
 // values is bounded as well as a few huge ones.
 constexpr std::size_t kValueOverheadBytes = sizeof(std::string);
 
 void writeLog(Log* log, const std::string& line) {
   if (log != nullptr) log->write(line);
-}
-
-struct StatementDeadline {
-  SteadyClock::time_point deadline;
-  bool interrupted = false;
-};
-
-// Progress handler: a non-zero answer makes SQLite stop the running statement with
-// SQLITE_INTERRUPT. Once late, it keeps answering so, whatever SQLite runs next.
-int interruptWhenLate(void* context) {
-  auto* state = static_cast<StatementDeadline*>(context);
-  if (SteadyClock::now() < state->deadline) return 0;
-  state->interrupted = true;
-  return 1;
-}
-
-// The store file comes from the network. None of these settings changes what an ordinary
-// statement on the store's tables does; they take away what only a hostile file would use:
-// loading native code, schema-level tricks (writable schema, shadow tables), functions with
-// side effects run from the file's own views and triggers, and statements that never end.
-void hardenConnection(sqlite3* db, StatementDeadline* deadline) {
-  sqlite3_db_config(db, SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0, static_cast<int*>(nullptr));
-  sqlite3_db_config(db, SQLITE_DBCONFIG_DEFENSIVE, 1, static_cast<int*>(nullptr));
-  sqlite3_db_config(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, static_cast<int*>(nullptr));
-  sqlite3_progress_handler(db, kProgressCheckSteps, &interruptWhenLate, deadline);
 }
 
 }  // namespace

@@ -26,7 +26,11 @@ void tovaniViewer::tnSendEventURL(const Text& url) {
   // tracking beacon has no one to report to.
   const auto parsed = parseUrl(finalText);
   if (finalText.empty() || !parsed || parsed->scheme.empty()) return;
-  platform()->http->beacon(finalText);
+  if (!inspection.active()) {
+    platform()->http->beacon(finalText);
+    return;
+  }
+  inspectBeacon(url, finalText);
 }
 
 }  // namespace tovani

@@ -77,6 +77,7 @@ void tovaniViewer::imageArray() {
 }
 
 void tovaniViewer::skipevent_click() {
+  inspectStage("skip");
   removeTick(*this);
   if (tnAdPlayer) tnAdPlayer->pause();
   takeDown(tnAdPlayerLayer);
@@ -98,6 +99,7 @@ void tovaniViewer::skipevent_click() {
 }
 
 void tovaniViewer::actionevent_click() {
+  inspectStage("action");
   removeTick(*this);
   // Before the skippable "complete" (fourteen seconds) the tap counts as click progress,
   // after it as a video click.

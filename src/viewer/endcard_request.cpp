@@ -77,8 +77,17 @@ void tovaniViewer::tnEndCardPrepare() {
     body = formatAt(kType3Body, {type, bgImgUrl, clickTrackUrl, appLink});
   }
 
+  inspectStage("endcard-prepared");
   if (!tnAdEndCardView || !tnAdEndCardView->webView) return;
   endCardPage = EndCardPage::Loading;
+  inspection.emit([&] {
+    InspectorEvent e;
+    e.kind = InspectorEventKind::EndCardLoad;
+    e.name = "POST";
+    e.url = formatAt("%@%@", {TOVANI_URL_ENDCARD, page});
+    e.bytes = static_cast<int64_t>(body.size());
+    return e;
+  });
   tnAdEndCardView->webView->loadRequest(
       WebRequest{formatAt("%@%@", {TOVANI_URL_ENDCARD, page}), "POST", body});
 }

@@ -35,6 +35,7 @@ void tovaniViewer::tnEndCard() {
   // The page was loaded ahead of time; without a network its links could not work, so the
   // ad closes instead of showing it.
   if (!connectedToNetwork(adRequestURL("json"))) {
+    inspectStage("endcard-skipped", "no network: the end card's links could not work");
     tovaniResult = 2;
     adClose_TNSDK();
     return;
@@ -61,6 +62,7 @@ void tovaniViewer::tnEndCard() {
     }
   }
   tnEndCardViewState(false);
+  inspectStage("endcard-shown");
 }
 
 void tovaniViewer::tnEndCardViewState(bool hide) {
@@ -90,6 +92,7 @@ bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
   if (scheme == kBridgeScheme) {
     const std::string& command = parsed->host;
     if (command == kReloadCommand) {
+      inspectStage("reload");
       // A replay keeps tnState and the once-flags of the reward, the skippable complete
       // and the impression: it reports nothing a second time.
       tnEndCardViewState(true);
@@ -102,6 +105,7 @@ bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
       if (tnAdPlayer) tnAdPlayer->play();
       addSubview(tnVidoeTimeRemain);
     } else if (command == kCloseCommand) {
+      inspectStage("endcard-close");
       tnEndCardViewState(true);
       adClose_TNSDK();
     }
@@ -119,6 +123,7 @@ bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
     }
   }
 
+  inspectStage("endcard-link", url);
   // Leaving the ad is the user's choice: a redirect or a script on the page that heads
   // elsewhere on its own is no click, and the ad goes on.
   if (!request.userInitiated) {

@@ -40,13 +40,49 @@ bool tovaniViewer::connectedToNetwork(const Text& /*host: the general internet i
   return reachability->currentReachabilityStatus() != NotReachable;
 }
 
+namespace {
+
+void inspectCheck(tovaniViewer& viewer, const char* name, bool ended, const char* reason,
+                  std::optional<int32_t> result = std::nullopt) {
+  viewer.inspection.emit([&] {
+    InspectorEvent e;
+    e.kind = InspectorEventKind::ShowCheck;
+    e.name = name;
+    e.outcome = ended ? "ended" : "passed";
+    e.reason = reason;
+    e.result = result;
+    return e;
+  });
+}
+
+InspectorEvent requestEvent(const char* name, const std::string& url) {
+  InspectorEvent e;
+  e.kind = InspectorEventKind::AdRequest;
+  e.name = name;
+  e.url = url;
+  return e;
+}
+
+}  // namespace
+
 void tovaniViewer::adPlay_TNSDK() {
+  inspection.beginShowing();
+  inspectCheck(
+      *this, "started", ads_init_flag != 1,
+      ads_init_flag != 1 ? "the SDK was not started (init not called or it stopped)" : "started",
+      ads_init_flag != 1 ? std::optional<int32_t>(2) : std::nullopt);
   if (ads_init_flag != 1) {
     tovaniResult = 2;
     notification_send();
     removeFromSuperview();
     return;
   }
+  inspectCheck(*this, "store", db_Init_flag != 1,
+               db_Init_flag != 1
+                   ? (isDatabaseDownloading ? "the ad store is still downloading"
+                                            : "there is no ad store; its download starts")
+                   : "the ad store is in place",
+               db_Init_flag != 1 ? std::optional<int32_t>(1) : std::nullopt);
   if (db_Init_flag != 1) {
     tovaniResult = 1;
     notification_send();
@@ -54,12 +90,32 @@ void tovaniViewer::adPlay_TNSDK() {
     downloadDataBase();
     return;
   }
+  inspectCheck(*this, "request-in-flight", isAdStart,
+               isAdStart ? "an ad request is already in flight; this call is ignored"
+                         : "no ad request in flight");
   if (isAdStart) return;
   isAdStart = true;
 
+  const std::string url = adRequestURL("vast");
+  // Kept for the answer's event only while inspecting.
+  const double sentAt = inspection.active() ? monotonicSeconds() : 0;
+  std::string inspectedUrl = inspection.active() ? url : std::string();
+  inspection.emit([&] { return requestEvent("sent", url); });
   tovaniUtils::requestNetwork(
-      *platform(), adRequestURL("vast"),
-      [viewer = self()](std::string body, HttpResponse, std::optional<HttpError> error) {
+      *platform(), url,
+      [viewer = self(), inspectedUrl = std::move(inspectedUrl), sentAt](
+          std::string body, HttpResponse response, std::optional<HttpError> error) {
+        viewer->inspection.emit([&] {
+          InspectorEvent e = requestEvent(error ? "failed" : "answered", inspectedUrl);
+          e.latencySeconds = monotonicSeconds() - sentAt;
+          if (error) {
+            e.error = error->message;
+          } else {
+            e.status = response.status;
+            e.bytes = static_cast<int64_t>(body.size());
+          }
+          return e;
+        });
         if (error) {
           isAdStart = false;
           tovaniResult = 2;
@@ -84,6 +140,7 @@ std::string tovaniViewer::adRequestURL(const std::string& xml) const {
 }
 
 void tovaniViewer::adClose_TNSDK() {
+  inspectStage("close");
   init_player();
   platform()->application->setStatusBarHidden(isAppStatusBarHidden);
   notification_send();
@@ -92,6 +149,14 @@ void tovaniViewer::adClose_TNSDK() {
 void tovaniViewer::notification_send() {
   // The host holds its delegate; once it is gone the result simply stays in tovaniResult.
   const auto receiver = delegate.lock();
+  inspection.emit([&] {
+    InspectorEvent e;
+    e.kind = InspectorEventKind::Callback;
+    e.name = "tovaniCallBack";
+    e.result = tovaniResult;
+    if (!receiver) e.reason = "no delegate: nobody was called";
+    return e;
+  });
   if (!receiver) return;
   receiver->tovaniCallBack(tovaniResult);
 }

@@ -100,26 +100,32 @@ void tovaniViewer::onPlaybackTick(double t) {
   // One step of the tracking ladder per tick, so a tick that jumps past two fractions
   // reports them on consecutive ticks, in order.
   if (tnState == 0) {
+    inspectStage("start");
     tnSendEventURL(tnAdsStartTracking);
     tnVideoPlayState = 1;
     tnState = 1;
   } else if (p >= 0.25 && tnState == 1) {
+    inspectStage("first-quartile");
     tnSendEventURL(tnAdsFirstQuartileTracking);
     prepareAD_TNSDK();
     tnState = 2;
   } else if (p >= 0.5 && tnState == 2) {
+    inspectStage("midpoint");
     tnSendEventURL(tnAdsMidpointTracking);
     if (endCardWanted(tnAdsExtensionsEndcardUse)) tnEndCardPrepare();
     tnState = 3;
   } else if (p >= 0.75 && tnState == 3) {
+    inspectStage("third-quartile");
     tnSendEventURL(tnAdsThirdQuartileTracking);
     tnState = 4;
   } else if (tnState == 4 && nearEnd) {
     tnState = 5;
+    inspectStage("near-end");
     // A skippable ad reports "complete" at fourteen seconds instead (below).
     if (!skipUseCheck) {
       tnSendEventURL(tnAdsCompleteTracking);
       tovaniResult = 0;
+      inspectStage("reward-point");
     }
   }
 
@@ -133,6 +139,7 @@ void tovaniViewer::onPlaybackTick(double t) {
       ((D < kLongAdSeconds && nearEnd) || (D >= kLongAdSeconds && T >= kLongAdSeconds))) {
     tovaniResult = 0;
     ++skipAdReword_flag;
+    inspectStage("reward-point");
   }
   if (skipevent_images.empty()) init_images();
   if (D == 0) return;
@@ -184,6 +191,7 @@ void tovaniViewer::onPlaybackTick(double t) {
   // Sent at fourteen seconds whatever the length: the skippable ad's own "complete".
   if (elapsed == kSkippableCompleteAfterSeconds && actioncomplete_flag == 0) {
     ++actioncomplete_flag;
+    inspectStage("skippable-complete");
     tnSendEventURL(tnAdsCompleteTracking);
   }
   if (missingImage) throw PlatformError(*missingImage);

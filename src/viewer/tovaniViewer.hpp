@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "store/tovaniSQL.hpp"
@@ -10,6 +11,7 @@
 #include "tovani/TovaniDelegate.hpp"
 #include "tovani/View.hpp"
 #include "util/Text.hpp"
+#include "viewer/Inspection.hpp"
 #include "xml/XmlValue.hpp"
 
 namespace tovani {
@@ -198,6 +200,13 @@ class tovaniViewer : public View {
   // Blocking fetch time spent in the showing named (button_images.cpp).
   uint64_t blockingBudgetShowing = 0;
   double blockingSecondsSpent = 0;
+
+  // The host's inspector (Inspection.hpp); and the player's time for its stage events.
+  Inspection inspection;
+  void inspectStage(const char* name, std::string_view reason = {});
+  std::optional<double> mediaTimeForInspection() const;
+  // Sends the beacon the reporting way and tells the inspector what became of it.
+  void inspectBeacon(const Text& rawUrl, const std::string& finalUrl);
 };
 
 // True when an end-card switch value asks for the end card: "true" or empty, never absent.

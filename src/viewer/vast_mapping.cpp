@@ -35,6 +35,41 @@ Text videoFileNameOf(const XmlValue& ad) {
   return lastPathComponentOfUrl(trimWhitespaceAndNewlines(*mediaUrl));
 }
 
+InspectorEvent candidateEvent(const Text& adid, const Text& fileName, const char* outcome,
+                              std::string reason) {
+  InspectorEvent e;
+  e.kind = InspectorEventKind::Candidate;
+  e.adId = adid.value_or("");
+  e.videoFile = fileName.value_or("");
+  e.outcome = outcome;
+  e.reason = std::move(reason);
+  return e;
+}
+
+// The candidate's outcome once the frequency check has run, from what it noted.
+InspectorEvent frequencyOutcome(const Inspection::FrequencyNote& note, const Text& adid,
+                                const Text& fileName, const Text& rule, bool chosen) {
+  const std::string ruleText = rule.value_or("");
+  InspectorEvent e;
+  if (chosen) {
+    e = candidateEvent(adid, fileName, "chosen",
+                       note.kind == "malformed"
+                           ? "chosen; its rule " + ruleText + " is not a rule, so it has no cap"
+                           : "chosen");
+  } else if (note.capCount) {
+    e = candidateEvent(adid, fileName, "capped",
+                       "capped by " + ruleText + " (" + note.kind +
+                           " cap): " + std::to_string(*note.capCount) + " showings counted");
+    e.count = note.capCount;
+  } else {
+    e = candidateEvent(adid, fileName, "file-missing",
+                       "the cached file is missing; the record is repaired and the video is "
+                       "downloaded again");
+  }
+  e.rule = ruleText;
+  return e;
+}
+
 }  // namespace
 
 void tovaniViewer::parsingXml(const Text& answer) {
@@ -50,7 +85,17 @@ void tovaniViewer::parsingXml(const Text& answer) {
 
   try {
     XMLController parser;
-    parser.parseXML(answer);
+    const bool parsed = parser.parseXML(answer);
+    if (!parsed && parser.lastError()) {
+      inspection.emit([&] {
+        InspectorEvent e;
+        e.kind = InspectorEventKind::ParseFailure;
+        e.error = parser.lastError()->message;
+        e.line = parser.lastError()->line;
+        e.column = parser.lastError()->column;
+        return e;
+      });
+    }
     const XmlValue ads = parser.dicRoot()["Ad"];
     const bool singleAd = ads.isMap();
     XmlList candidates = candidateAds(ads);
@@ -82,6 +127,15 @@ void tovaniViewer::parsingXml(const Text& answer) {
         if (!rows.empty()) row = rows.front();
       }
       if (!row) {
+        inspection.emit([&] {
+          if (oddId) return candidateEvent(adid, fileName, "not-in-store", "its id is not text");
+          if (!fileName) return candidateEvent(adid, fileName, "not-in-store", "no video file");
+          if (auto problem = videoFileNameProblem(*fileName, tnDataDBFileName.value_or("")))
+            return candidateEvent(adid, fileName, "refused-name",
+                                  "unsafe video file name: " + *problem);
+          return candidateEvent(adid, fileName, "not-in-store",
+                                "not cached in the store; an ad-list refresh starts");
+        });
         prepareAD_TNSDK();
         if (singleAd) break;
         continue;
@@ -91,7 +145,12 @@ void tovaniViewer::parsingXml(const Text& answer) {
       // matched on it.
       Text rule = stringForKeyPath(ad, kFrequencyRulePath);
       if (rule) rule = collapseBlanksAndTabs(*rule);
+      if (adid) inspection.lastRuleByAd[*adid] = rule.value_or("");
+      if (inspection.active()) inspection.note = {};
       const auto path = getFreqPassVideoPath(rule, *fileName, adid);
+      inspection.emit([&] {
+        return frequencyOutcome(inspection.note, adid, fileName, rule, path.has_value());
+      });
       if (!path) continue;  // a single ad ends the loop here as well
 
       tnADPlayStart(*path, ad);

@@ -65,10 +65,12 @@ struct ParseContext {
   int depth = 0;
   int nodes = 0;
   bool stopped = false;
+  const char* stopReason = "";
 
-  void stop() {
+  void stop(const char* reason) {
     if (stopped) return;
     stopped = true;
+    stopReason = reason;
     XML_StopParser(parser, XML_FALSE);
   }
 };
@@ -84,7 +86,7 @@ void XMLCALL onStart(void* userData, const XML_Char* name, const XML_Char** attr
   ++ctx.nodes;
   for (const XML_Char** a = attributes; *a != nullptr; a += 2) ++ctx.nodes;
   if (++ctx.depth > kMaxDepth || ctx.nodes > kMaxNodes) {
-    ctx.stop();
+    ctx.stop(ctx.depth > kMaxDepth ? "elements nested too deeply" : "too many elements");
     return;
   }
   ctx.controller->didStartElementFlat(name, attributes);
@@ -107,7 +109,7 @@ void XMLCALL onEntityDecl(void* userData, const XML_Char* /*entityName*/, int /*
                           const XML_Char* /*value*/, int /*valueLength*/, const XML_Char* /*base*/,
                           const XML_Char* /*systemId*/, const XML_Char* /*publicId*/,
                           const XML_Char* /*notationName*/) {
-  contextOf(userData).stop();
+  contextOf(userData).stop("entity declarations are refused");
 }
 
 // Owns the expat parser for the length of one parse.
@@ -133,7 +135,15 @@ bool XMLController::parseXML(const std::optional<std::string>& document) {
   dictionaryStack_.clear();
   container_.reset();
   arena_.reset();
-  if (!document || document->size() > kMaxDocumentBytes) return false;
+  lastError_.reset();
+  if (!document) {
+    lastError_ = ParseError{"no document", 0, 0};
+    return false;
+  }
+  if (document->size() > kMaxDocumentBytes) {
+    lastError_ = ParseError{"document too large", 0, 0};
+    return false;
+  }
 
   // A VAST tree takes a few times the size of its document; starting the arena near that
   // size saves most of its growth steps. Text-heavy documents need far less, hence the cap.
@@ -161,6 +171,9 @@ bool XMLController::parseXML(const std::optional<std::string>& document) {
   // The tree keeps its arena alive through its maps; the builder lets go of it either way.
   arena_.reset();
   if (!ok) {
+    lastError_ = ParseError{ctx.stopped ? ctx.stopReason : XML_ErrorString(XML_GetErrorCode(p)),
+                            static_cast<int64_t>(XML_GetCurrentLineNumber(p)),
+                            static_cast<int64_t>(XML_GetCurrentColumnNumber(p))};
     parseErrorOccurred();
     dictionaryStack_.clear();
     container_.reset();

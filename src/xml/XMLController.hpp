@@ -1,4 +1,5 @@
 #pragma once
+#include <cstdint>
 #include <memory>
 #include <memory_resource>
 #include <optional>
@@ -20,6 +21,13 @@ class XMLController {
   bool parseXML(const std::optional<std::string>& document);
   // The document element's own map (its name dropped), or none.
   const XmlValue& dicRoot() const { return dicRoot_; }
+  // Why the last parse failed, and where (line and column as the parser counts them).
+  struct ParseError {
+    std::string message;
+    int64_t line = 0;
+    int64_t column = 0;
+  };
+  const std::optional<ParseError>& lastError() const { return lastError_; }
 
   std::string stringWithKey(const std::string& key) const;
   XmlList arrayWithKey(const std::string& key) const;
@@ -50,6 +58,7 @@ class XMLController {
   // Where the maps of the tree being built are allocated (see XMLController.cpp).
   std::shared_ptr<std::pmr::monotonic_buffer_resource> arena_;
   XmlValue dicRoot_;
+  std::optional<ParseError> lastError_;
 
   std::shared_ptr<XmlMap> newMap();
   void enterElement(std::string name, std::shared_ptr<XmlMap> element);

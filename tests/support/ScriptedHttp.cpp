@@ -117,6 +117,15 @@ void ScriptedHttp::beacon(const std::string& url) {
   requests_.push_back({Kind::Beacon, url, "GET", {}, queue_->now(), 0, true, {}});
 }
 
+void ScriptedHttp::reportedBeacon(const std::string& url, BeaconReportHandler report) {
+  beacon(url);
+  // Answered by the routes like any request; a beacon has no idle time-out of its own here.
+  const Answer answer = answerFor(url);
+  queue_->postAfter(answer.delay, [answer, report = std::move(report)] {
+    report(BeaconReport{answer.error ? 0 : answer.status, answer.delay, answer.error});
+  });
+}
+
 std::optional<std::string> ScriptedHttp::fetchBlocking(const std::string& url) {
   return fetchBlockingWithin(url, 3.0);
 }

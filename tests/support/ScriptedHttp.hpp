@@ -51,6 +51,7 @@ class ScriptedHttp : public Http {
   void dataRequest(DataRequest request, DataCompletion done) override;
   void download(DownloadRequest request, DownloadCompletion done) override;
   void beacon(const std::string& url) override;
+  void reportedBeacon(const std::string& url, BeaconReportHandler report) override;
   std::optional<std::string> fetchBlocking(const std::string& url) override;
   // Holds the (virtual) thread for the answer's delay, or for the limit when that is shorter.
   std::optional<std::string> fetchBlockingWithin(const std::string& url,

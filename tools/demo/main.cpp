@@ -25,6 +25,8 @@ int main(int argc, char** argv) {
     ("timeline", "write the timeline picture here (.svg or .html)",
      cxxopts::value<std::string>()->default_value("tovani-timeline.svg"))
     ("verbose", "print the SDK's log lines too")
+    ("why", "after a showing that ended with 1 or 2, say why")
+    ("events", "write the SDK's inspector events here (JSON lines)", cxxopts::value<std::string>())
     ("h,help", "this help");
   // clang-format on
   try {
@@ -49,6 +51,8 @@ int main(int argc, char** argv) {
     options.inventoryOnly = args.count("inventory-only") > 0;
     options.timelineFile = args["timeline"].as<std::string>();
     options.verbose = args.count("verbose") > 0;
+    options.why = args.count("why") > 0;
+    if (args.count("events")) options.eventsFile = args["events"].as<std::string>();
     options.progressOnTerminal = isatty(STDOUT_FILENO) != 0;
     const auto report = tovani::demo::runDemo(options);
     return report.ok ? 0 : 1;

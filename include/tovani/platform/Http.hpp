@@ -43,6 +43,15 @@ using DownloadCompletion =
     std::function<void(std::optional<std::string> temporaryFile, HttpResponse response,
                        std::optional<HttpError> error)>;
 
+// How a beacon went, as far as the adapter learned it: the HTTP status of the answer, or the
+// transport error, and the time from sending to either.
+struct BeaconReport {
+  long status = 0;  // 0 when no answer arrived
+  double latencySeconds = 0;
+  std::optional<HttpError> error;
+};
+using BeaconReportHandler = std::function<void(BeaconReport report)>;
+
 class Http {
  public:
   virtual ~Http() = default;
@@ -52,6 +61,13 @@ class Http {
   virtual void download(DownloadRequest request, DownloadCompletion done) = 0;
   // Fire-and-forget GET; the answer is ignored. An unparsable URL sends nothing.
   virtual void beacon(const std::string& url) = 0;
+  // The same request as beacon(), for an inspected showing: `report` runs later on the main
+  // queue with what the adapter learned. The core never waits for it or acts on it. An
+  // adapter that cannot tell sends the plain beacon and never reports.
+  virtual void reportedBeacon(const std::string& url, BeaconReportHandler report) {
+    (void)report;
+    beacon(url);
+  }
   // The only blocking call: fetches `url` on the calling thread with a bounded total time.
   // Returns the body of a successful (2xx) answer, or nothing.
   virtual std::optional<std::string> fetchBlocking(const std::string& url) = 0;

@@ -1,6 +1,5 @@
 #include "tovani/demo/Demo.hpp"
 
-#include <sqlite3.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -9,20 +8,21 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "DemoClock.hpp"
 #include "Expectation.hpp"
+#include "FreshProcess.hpp"
 #include "Inventory.hpp"
 #include "ShowDriver.hpp"
 #include "TimelinePicture.hpp"
-#include "sdk/FacadeState.hpp"
+#include "Why.hpp"
+#include "tovani/JsonLinesInspector.hpp"
 #include "tovani/TovaniSDK.hpp"
 #include "tovani/adserver/AdServer.hpp"
 #include "tovani/linux/LinuxPlatform.hpp"
-#include "util/NotificationCenter.hpp"
-#include "viewer/ProcessState.hpp"
 
 #pragma push_macro("linux")
 #undef linux
@@ -38,6 +38,67 @@ class Host final : public TovaniDelegate {
   void tovaniCallBack(int32_t result) override { results.push_back(result); }
   std::vector<int32_t> results;
 };
+
+// The demo's window into the SDK: every event is kept per showing, handed to the driver of
+// the showing under way and, when asked, written out as JSON lines.
+class DemoInspector final : public TovaniInspector {
+ public:
+  void onEvent(const InspectorEvent& event) override {
+    byShowing[event.showing].push_back(event);
+    if (file) file->onEvent(event);
+    if (listener) listener(event);
+  }
+  // Beacons of `showing` still waiting for their answer.
+  int pendingBeacons(uint64_t showing) const {
+    int pending = 0;
+    auto it = byShowing.find(showing);
+    if (it == byShowing.end()) return 0;
+    for (const auto& e : it->second) {
+      if (e.kind != InspectorEventKind::Beacon) continue;
+      pending += e.outcome == "sent" ? 1 : -1;
+    }
+    return pending;
+  }
+  std::map<uint64_t, std::vector<InspectorEvent>> byShowing;
+  std::function<void(const InspectorEvent&)> listener;
+  std::unique_ptr<JsonLinesInspector> file;
+};
+
+std::string milliseconds(double seconds) {
+  return std::to_string(static_cast<long>(std::lround(seconds * 1000))) + " ms";
+}
+
+// One line of the live timeline for an event; empty for the stages, which the driver words.
+std::string liveLine(const InspectorEvent& e) {
+  switch (e.kind) {
+    case InspectorEventKind::ShowCheck:
+      return e.outcome == "ended" ? "check: " + e.name + " ended the attempt: " + e.reason : "";
+    case InspectorEventKind::AdRequest:
+      if (e.name == "sent") return "request: ad request sent";
+      if (e.name == "failed")
+        return "request: failed after " + milliseconds(e.latencySeconds.value_or(0)) + ": " +
+               e.error.value_or("");
+      return "request: answered " + std::to_string(e.status.value_or(0)) + ", " +
+             std::to_string(e.bytes.value_or(0)) + " bytes in " +
+             milliseconds(e.latencySeconds.value_or(0));
+    case InspectorEventKind::ParseFailure:
+      return "answer: not readable: " + e.error.value_or("");
+    case InspectorEventKind::Candidate:
+      return "candidate: ad " + e.adId + " (" + e.videoFile + "): " + e.reason;
+    case InspectorEventKind::Beacon:
+      if (e.outcome == "sent") return "beacon: " + e.name + " sent";
+      if (e.error) return "beacon: " + e.name + " failed: " + *e.error;
+      return "beacon: " + e.name + " answered " + std::to_string(e.status.value_or(0)) + " in " +
+             milliseconds(e.latencySeconds.value_or(0));
+    case InspectorEventKind::EndCardLoad:
+      return "endcard: page posted to " + e.url;
+    case InspectorEventKind::Callback:
+      return "callback: tovaniCallBack(" + std::to_string(e.result.value_or(-1)) + ")";
+    case InspectorEventKind::Stage:
+      return "";
+  }
+  return "";
+}
 
 std::string format(const char* fmt, double a) {
   char text[64];
@@ -81,23 +142,6 @@ double wallNow() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
-std::string lastImpression(const std::string& documents) {
-  sqlite3* db = nullptr;
-  std::string id;
-  const auto store = (fs::path(documents) / "tnad_005.data").string();
-  if (sqlite3_open_v2(store.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* st = nullptr;
-    if (sqlite3_prepare_v2(db, "select ads_no from tn_ads_freq order by rowid desc limit 1", -1,
-                           &st, nullptr) == SQLITE_OK &&
-        sqlite3_step(st) == SQLITE_ROW && sqlite3_column_text(st, 0)) {
-      id = reinterpret_cast<const char*>(sqlite3_column_text(st, 0));
-    }
-    sqlite3_finalize(st);
-  }
-  sqlite3_close(db);
-  return id;
-}
-
 Beacon toBeacon(const adserver::LoggedRequest& r, double at) {
   return Beacon{at, r.method, r.route, r.path, r.query, r.body};
 }
@@ -130,9 +174,7 @@ DemoReport runDemo(const DemoOptions& options) {
   };
 
   // A fresh SDK, as in a process that starts now.
-  resetFacadeForTesting();
-  resetProcessState();
-  NotificationCenter::defaultCenter().reset();
+  startAsFreshProcess();
 
   adserver::Options serverOptions;
   serverOptions.scenarioText = scenarioWithAdFirst(options);
@@ -163,6 +205,7 @@ DemoReport runDemo(const DemoOptions& options) {
     lo.http.connectTo.push_back(host + ":443:" + https);
   }
   lo.http.caFile = server.caFile().string();
+  lo.http.beaconIdleTimeoutSeconds = options.beaconIdleTimeoutSeconds;
   lo.player.playbackRate = options.speed;
   lo.device.documentsDirectory = documents;
   lo.device.hardwareModel = "iPhone9,3";
@@ -187,7 +230,11 @@ DemoReport runDemo(const DemoOptions& options) {
   lp.platform->clock = clock;
 
   auto host = std::make_shared<Host>();
+  auto inspector = std::make_shared<DemoInspector>();
+  if (!options.eventsFile.empty())
+    inspector->file = std::make_unique<JsonLinesInspector>(options.eventsFile);
   TovaniSDK::setPlatform(lp.platform);
+  TovaniSDK::setInspector(inspector);
   TovaniSDK::setDevType(options.devType);
   TovaniSDK::init(options.mediaCode, options.slotCode,
                   TovaniSDK::CategoryList{std::string(TovaniCategory::CASUAL),
@@ -199,7 +246,7 @@ DemoReport runDemo(const DemoOptions& options) {
   InventoryState inventory;
   std::string lastProgress;
   auto progress = [&] {
-    inventory = readInventory(documents);
+    inventory = readInventory();
     std::string line = inventory.storePresent
                            ? "inventory: " + std::to_string(inventory.videosCached) + "/" +
                                  std::to_string(inventory.adverts) + " videos cached"
@@ -227,10 +274,9 @@ DemoReport runDemo(const DemoOptions& options) {
     report.callbacks = host->results;
     for (const auto& r : server.requests()) report.allRequests.push_back(toBeacon(r, r.time));
     out(std::string(ok ? "OK: " : "FAILED: ") + message);
-    TovaniSDK::setPlatform(nullptr);
-    resetFacadeForTesting();
-    resetProcessState();
-    NotificationCenter::defaultCenter().reset();
+    TovaniSDK::setInspector(nullptr);
+    inspector->listener = nullptr;
+    endAsFreshProcess();
     if (removeDocuments) {
       std::error_code ec;
       fs::remove_all(documents, ec);
@@ -272,33 +318,45 @@ DemoReport runDemo(const DemoOptions& options) {
     root->frame = {0, 0, lp.screen->boundsSize().width, lp.screen->boundsSize().height};
     const size_t callbacksBefore = host->results.size();
     const double startEpoch = wallNow();
-    auto viewer = TovaniSDK::sharedInstance()->getMainViewer();
-    ShowDriver driver(viewer, lp, clock, options.actions, [&](const TimelineEvent& e) {
+    ShowDriver driver(root, lp, clock, options.actions, [&](const TimelineEvent& e) {
       showing.timeline.push_back(e);
       out(format("[%6.1fs] ", e.at) + e.lane + ": " + e.label);
     });
-    size_t seenRequests = server.requests().size();
+    const uint64_t number = static_cast<uint64_t>(n) + 1;
+    // The live timeline and the picture come from the SDK's own account of the showing.
+    std::map<std::string, size_t> beaconInTimeline;
+    inspector->listener = [&](const InspectorEvent& e) {
+      if (e.showing != number) return;
+      driver.onEvent(e);
+      const std::string line = liveLine(e);
+      if (!line.empty()) out(format("[%6.1fs] ", driver.showingTime()) + line);
+      if (e.kind != InspectorEventKind::Beacon) return;
+      if (e.outcome == "sent") {
+        beaconInTimeline[e.name] = showing.timeline.size();
+        showing.timeline.push_back({driver.showingTime(), "beacon", e.name});
+      } else if (auto it = beaconInTimeline.find(e.name); it != beaconInTimeline.end()) {
+        showing.timeline[it->second].label +=
+            e.error ? " (failed)" : " " + std::to_string(e.status.value_or(0));
+      }
+    };
     out("--- showing " + std::to_string(n + 1) + ": tovaniShow");
     lp.mainLoop->resetLongestTask();
     TovaniSDK::tovaniShow(root);
     lp.mainLoop->runUntil(
         [&] {
           driver.step();
-          const auto requests = server.requests();
-          for (size_t i = seenRequests; i < requests.size(); ++i) {
-            const auto& r = requests[i];
-            out(format("[%6.1fs] ", driver.showingTimeAt(r.epoch)) + "server: " + r.route + " " +
-                r.method + " " + r.path + (r.query.empty() ? "" : "?" + r.query.substr(0, 60)));
-          }
-          seenRequests = requests.size();
           return host->results.size() > callbacksBefore;
         },
         options.showingTimeoutSeconds);
-    // Let the last beacons of the showing arrive.
+    // Let the last beacons of the showing arrive, and their answers (or time-outs) too.
     lp.mainLoop->runFor(0.3);
     showing.longestMainTaskSeconds = lp.mainLoop->longestTaskSeconds();
+    lp.mainLoop->runUntil([&] { return inspector->pendingBeacons(number) <= 0; },
+                          options.beaconIdleTimeoutSeconds + 2);
+    inspector->listener = nullptr;
     if (host->results.size() > callbacksBefore) showing.result = host->results[callbacksBefore];
-    showing.adId = lastImpression(documents);
+    showing.events = inspector->byShowing[number];
+    showing.adId = driver.playedAdId();
     showing.skippable = driver.skippable();
     showing.duration = driver.duration();
     showing.openedUrls = opened;
@@ -327,6 +385,10 @@ DemoReport runDemo(const DemoOptions& options) {
       if (!showing.result || *showing.result != *showing.expected) allAsExpected = false;
     } else if (!showing.result) {
       allAsExpected = false;
+    }
+    if (options.why && showing.result && (*showing.result == 1 || *showing.result == 2)) {
+      showing.why = explainNoAd(showing.events, *showing.result);
+      out("    why: " + showing.why);
     }
     if (!options.timelineFile.empty() && n == 0) {
       if (writeTimelinePicture(showing, "tovani showing: ad " + showing.adId,

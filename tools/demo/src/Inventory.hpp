@@ -3,7 +3,7 @@
 
 namespace tovani::demo {
 
-// How far the SDK's cache is, read from its store file and documents folder.
+// How far the SDK's cache is, as its readiness report tells it.
 struct InventoryState {
   bool storePresent = false;
   int adverts = 0;       // rows in tn_adverts
@@ -11,6 +11,6 @@ struct InventoryState {
   bool ready() const { return storePresent && adverts > 0 && videosCached == adverts; }
 };
 
-InventoryState readInventory(const std::string& documentsDirectory);
+InventoryState readInventory();
 
 }  // namespace tovani::demo

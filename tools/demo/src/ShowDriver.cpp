@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <map>
 
 #include "tovani/Constants.hpp"
-#include "viewer/ProcessState.hpp"
 
 #pragma push_macro("linux")
 #undef linux
@@ -14,36 +14,39 @@ namespace tovani::demo {
 
 namespace {
 
-const char* stageName(int state) {
-  switch (state) {
-    case 0:
-      return "waiting for the first tick";
-    case 1:
-      return "start sent";
-    case 2:
-      return "first quartile sent";
-    case 3:
-      return "midpoint sent";
-    case 4:
-      return "third quartile sent";
-    case 5:
-      return "last second reached";
-    case 6:
-      return "video ended or skipped";
-    case 7:
-      return "end card shown";
-    default:
-      return "unknown stage";
-  }
-}
+// Where the SDK stacks its controls: the skip button above the action button.
+constexpr double kSkipZ = 101;
+constexpr double kActionZ = 100;
+
+// The stage names of the inspector as the timeline words them.
+const std::map<std::string, std::string> kStageLabels = {
+    {"start", "start sent"},
+    {"first-quartile", "first quartile sent"},
+    {"midpoint", "midpoint sent"},
+    {"third-quartile", "third quartile sent"},
+    {"near-end", "last second reached"},
+    {"skippable-complete", "skippable complete (14 s)"},
+    {"video-ended", "video ended"},
+    {"skip", "skipped"},
+    {"endcard-prepared", "end card prepared"},
+    {"endcard-shown", "end card on screen"},
+    {"reload", "replay"},
+    {"close", "closed"},
+};
 
 double steadySeconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-bool attachedAndTappable(const std::shared_ptr<View>& v) {
-  return v && v->superview() && !v->hidden && v->userInteractionEnabled &&
-         !v->gestureRecognizers().empty();
+bool onScreenAndTappable(const std::shared_ptr<View>& v) {
+  return v && !v->hidden && v->userInteractionEnabled && !v->gestureRecognizers().empty();
+}
+
+void collect(const std::shared_ptr<View>& view, std::vector<std::shared_ptr<View>>& out) {
+  for (const auto& child : view->subviews()) {
+    out.push_back(child);
+    collect(child, out);
+  }
 }
 
 // The link on the page that matches the viewer's choice.
@@ -65,17 +68,30 @@ std::string linkFor(const std::string& choice, const std::vector<std::string>& l
 
 }  // namespace
 
-ShowDriver::ShowDriver(std::shared_ptr<tovaniViewer> viewer, const linux::LinuxPlatform& platform,
+ShowDriver::ShowDriver(std::shared_ptr<View> hostRoot, const linux::LinuxPlatform& platform,
                        std::shared_ptr<DemoClock> clock, ViewerActions actions,
                        std::function<void(const TimelineEvent&)> emit)
-    : viewer_(std::move(viewer)),
+    : root_(std::move(hostRoot)),
       platform_(platform),
       clock_(std::move(clock)),
       actions_(std::move(actions)),
       emit_(std::move(emit)) {}
 
+ShowDriver::Screen ShowDriver::look() const {
+  Screen screen;
+  std::vector<std::shared_ptr<View>> all;
+  collect(root_, all);
+  for (const auto& v : all) {
+    if (v->kind == View::Kind::VideoLayer && v->player) screen.video = v;
+    if (v->kind == View::Kind::ImageView && v->zPosition == kSkipZ) screen.skip = v;
+    if (v->kind == View::Kind::ImageView && v->zPosition == kActionZ) screen.action = v;
+    if (v->kind == View::Kind::WebView && v->webView) screen.endCard = v;
+  }
+  return screen;
+}
+
 double ShowDriver::mediaTime() const {
-  return viewer_->tnAdPlayer ? viewer_->tnAdPlayer->currentTime() : 0;
+  return player_ ? player_->currentTime() : 0;
 }
 
 double ShowDriver::showingTimeAt(double epoch) const {
@@ -91,72 +107,79 @@ void ShowDriver::record(const std::string& lane, const std::string& label) {
   emit_(TimelineEvent{showingTime_, lane, label});
 }
 
+void ShowDriver::sample(const Screen& screen) {
+  if (screen.video) player_ = screen.video->player;
+  if (!player_) return;
+  const double media = mediaTime();
+  if (std::isfinite(media)) {
+    showingTime_ += std::max(0.0, media - lastMediaTime_);
+    lastMediaTime_ = media;
+  }
+  const double d = player_->duration();
+  if (std::isfinite(d) && d > 0) duration_ = d;
+}
+
+void ShowDriver::onEvent(const InspectorEvent& e) {
+  sample(look());
+  if (e.kind == InspectorEventKind::Candidate && e.outcome == "chosen") adId_ = e.adId;
+  if (e.kind == InspectorEventKind::Stage) {
+    if (e.name == "start" || e.name == "reload") playing_ = true;
+    if (e.name == "video-ended" || e.name == "skip" || e.name == "action" ||
+        e.name == "endcard-shown" || e.name == "close")
+      playing_ = false;
+    if (e.name == "reward-point") record("result", "reward point reached (0)");
+    const auto label = kStageLabels.find(e.name);
+    if (label != kStageLabels.end()) record("stage", label->second);
+  }
+}
+
 void ShowDriver::step() {
   // The SDK's clock may be stopped while the app is away; samples use the wall clock.
   const double wall =
       std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-  if (viewer_->tnAdPlayer) {
-    const double media = mediaTime();
-    showingTime_ += std::max(0.0, media - lastMediaTime_);
-    lastMediaTime_ = media;
-  }
+  const Screen screen = look();
+  sample(screen);
   samples_.emplace_back(wall, showingTime_);
-  watchState();
-  if (!viewer_->tnAdPlayer) return;
+  if (screen.skip) skippable_ = true;
+  watchCountdown(screen);
+  if (root_->subviews().empty() || !player_) return;
   const double t = mediaTime();
-  actOnControls(t);
+  actOnControls(screen, t);
   actOnBackground(t);
-  actOnEndCard();
+  actOnEndCard(screen);
 }
 
-void ShowDriver::watchState() {
-  if (viewer_->tnAdPlayer) {
-    skippable_ = viewer_->skipUseCheck;
-    const double d = viewer_->tnAdPlayer->duration();
-    if (std::isfinite(d) && d > 0) duration_ = d;
-  }
-  if (viewer_->tnState != lastState_ && viewer_->tnAdPlayer) {
-    lastState_ = viewer_->tnState;
-    record("stage", stageName(lastState_));
-  }
-  if (tovaniResult != lastResult_) {
-    if (lastResult_ != -1 && tovaniResult == 0) record("result", "reward point reached (0)");
-    lastResult_ = tovaniResult;
-  }
-  const auto& skip = viewer_->skipevent_imageview;
-  if (skip && skip->superview() && skip->image) {
-    const auto& url = skip->image->sourceUrl;
-    const auto slash = url.find_last_of('/');
-    const std::string name = slash == std::string::npos ? url : url.substr(slash + 1);
-    if (name != lastCountdown_) {
-      lastCountdown_ = name;
-      record("countdown",
-             name.rfind("0_", 0) == 0 ? "skip active" : "countdown " + name.substr(0, 1));
-    }
-  }
+void ShowDriver::watchCountdown(const Screen& screen) {
+  const auto& skip = screen.skip;
+  if (!skip || skip->hidden || !skip->image) return;
+  const auto& url = skip->image->sourceUrl;
+  const auto slash = url.find_last_of('/');
+  const std::string name = slash == std::string::npos ? url : url.substr(slash + 1);
+  if (name == lastCountdown_) return;
+  lastCountdown_ = name;
+  record("countdown", name.rfind("0_", 0) == 0 ? "skip active" : "countdown " + name.substr(0, 1));
 }
 
-void ShowDriver::actOnControls(double t) {
-  if (actions_.skipAt && !skipped_ && t >= *actions_.skipAt &&
-      attachedAndTappable(viewer_->skipevent_imageview)) {
+void ShowDriver::actOnControls(const Screen& screen, double t) {
+  if (actions_.skipAt && !skipped_ && t >= *actions_.skipAt && onScreenAndTappable(screen.skip)) {
     record("action", "skip tapped");
     skipped_ = true;
-    viewer_->skipevent_imageview->tap();
+    screen.skip->tap();
   }
-  if (actions_.actionAt && !actionTapped_ && viewer_->tnAdPlayer && t >= *actions_.actionAt &&
-      attachedAndTappable(viewer_->actionevent_imageview)) {
+  if (actions_.actionAt && !actionTapped_ && screen.video && t >= *actions_.actionAt &&
+      onScreenAndTappable(screen.action)) {
     record("action", "action tapped");
     actionTapped_ = true;
-    viewer_->actionevent_imageview->tap();
+    screen.action->tap();
   }
 }
 
 void ShowDriver::actOnBackground(double t) {
   if (!actions_.backgroundAt) return;
-  if (away_ == Away::NotYet && t >= *actions_.backgroundAt && viewer_->tnVideoPlayState == 1) {
+  if (away_ == Away::NotYet && t >= *actions_.backgroundAt && playing_) {
     // As the system does: time stops for the demo, the app is suspended, its video pauses.
     clock_->freeze();
-    viewer_->tnAdPlayer->pause();
+    player_->pause();
     platform_.application->sendEvent(AppEvent::WillResignActive);
     away_ = Away::Away;
     awaySince_ = steadySeconds();
@@ -171,9 +194,9 @@ void ShowDriver::actOnBackground(double t) {
   }
 }
 
-void ShowDriver::actOnEndCard() {
-  const auto& node = viewer_->tnAdEndCardView;
-  const bool visible = node && !node->hidden && node->superview();
+void ShowDriver::actOnEndCard(const Screen& screen) {
+  const auto& node = screen.endCard;
+  const bool visible = node && !node->hidden;
   if (visible && !endCardVisible_) {
     ++endCardVisits_;
     record("endcard", "end card shown");

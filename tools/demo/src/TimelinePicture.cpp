@@ -21,11 +21,8 @@ const std::vector<std::pair<std::string, std::string>> kLanes = {
 
 bool writeTimelinePicture(const ShowingReport& showing, const std::string& title,
                           const std::string& path) {
-  std::vector<TimelineEvent> events = showing.timeline;
-  for (const auto& b : showing.requests) {
-    if (b.route == "track")
-      events.push_back({b.at, "beacon", b.path.substr(b.path.find_last_of('/') + 1)});
-  }
+  // Everything on the picture is what the host saw and what the SDK's inspector reported.
+  const std::vector<TimelineEvent>& events = showing.timeline;
   double end = std::max(showing.duration, 1.0);
   for (const auto& e : events) end = std::max(end, e.at);
   end = std::ceil(end / 5) * 5;

@@ -80,6 +80,9 @@ class CurlHttp final : public Http {
   void dataRequest(DataRequest request, DataCompletion done) override;
   void download(DownloadRequest request, DownloadCompletion done) override;
   void beacon(const std::string& url) override;
+  // The same request; `report` runs on the main queue with the status and the time from the
+  // start of the transfer to its end, or the transport error.
+  void reportedBeacon(const std::string& url, BeaconReportHandler report) override;
   std::optional<std::string> fetchBlocking(const std::string& url) override;
   void removeLeftoverDownloads(const std::string& directory) override;
   std::optional<std::string> fetchBlockingWithin(const std::string& url,

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tovani/TovaniInspector.hpp"
+
 // The demo host: runs the SDK as an app would, against the development ad server started
 // in-process on loopback, and reports what the host and the server saw.
 namespace tovani::demo {
@@ -39,10 +41,13 @@ struct DemoOptions {
   std::string slotCode = "DEMO_SLOT";
   std::string documentsDirectory;  // empty: a fresh folder, removed afterwards (a cold start)
   double inventoryTimeoutSeconds = 30;
-  double showingTimeoutSeconds = 120;  // wall-clock seconds per showing
-  std::string timelineFile;            // .svg or .html; empty: none
-  bool verbose = false;                // SDK log lines too
-  bool progressOnTerminal = false;     // redraw one progress line instead of printing lines
+  double showingTimeoutSeconds = 120;    // wall-clock seconds per showing
+  std::string timelineFile;              // .svg or .html; empty: none
+  bool verbose = false;                  // SDK log lines too
+  bool progressOnTerminal = false;       // redraw one progress line instead of printing lines
+  bool why = false;                      // explain a showing that ended with 1 or 2
+  std::string eventsFile;                // also write the inspector's events here (JSON lines)
+  double beaconIdleTimeoutSeconds = 10;  // the Linux adapter's beacon idle time-out
   std::function<void(const std::string&)> out;  // every line of output; empty: stdout
 };
 
@@ -71,6 +76,8 @@ struct ShowingReport {
   std::vector<Beacon> requests;         // every request the server received during the showing
   std::vector<std::string> openedUrls;  // URLs handed to the host to open
   double longestMainTaskSeconds = 0;    // the longest the host's main thread was held
+  std::vector<InspectorEvent> events;   // what the SDK's inspector reported for this showing
+  std::string why;                      // the explanation of a 1 or a 2 (with `why`)
 };
 
 struct DemoReport {
