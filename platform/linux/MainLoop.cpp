@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <deque>
 #include <exception>
@@ -30,6 +31,7 @@ struct LoopState {
   std::set<GSource*> timers;  // postAfter sources not yet fired; each holds one ref of ours
   std::function<void(const std::string&)> reporter;
   std::atomic<bool> quitRequested{false};
+  std::atomic<std::int64_t> longestTaskNs{0};
 
   bool hasTasks() {
     std::lock_guard lock(mutex);
@@ -37,6 +39,17 @@ struct LoopState {
   }
 
   void runGuarded(Task& task) {
+    const auto start = std::chrono::steady_clock::now();
+    runCaught(task);
+    const std::int64_t ns = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                std::chrono::steady_clock::now() - start)
+                                .count();
+    std::int64_t seen = longestTaskNs.load();
+    while (ns > seen && !longestTaskNs.compare_exchange_weak(seen, ns)) {
+    }
+  }
+
+  void runCaught(Task& task) {
     try {
       task();
     } catch (const std::exception& e) {
@@ -192,6 +205,14 @@ void MainLoop::run() {
   g_main_context_push_thread_default(impl_->context);
   g_main_loop_run(impl_->loop);
   g_main_context_pop_thread_default(impl_->context);
+}
+
+double MainLoop::longestTaskSeconds() const {
+  return static_cast<double>(impl_->longestTaskNs.load()) / 1e9;
+}
+
+void MainLoop::resetLongestTask() {
+  impl_->longestTaskNs = 0;
 }
 
 void MainLoop::quit() {

@@ -47,6 +47,10 @@ class MainLoop final : public MainQueue {
   bool isLoopThread() const;
   // Where a task that throws is reported (the exception stops at the loop); stderr by default.
   void setErrorReporter(std::function<void(const std::string&)> reporter);
+  // The longest time one posted task has taken since creation or the last reset, in seconds:
+  // how long the main thread was held at once. Any thread.
+  double longestTaskSeconds() const;
+  void resetLongestTask();
   // The GMainContext*, for hosts that attach their own sources.
   void* nativeContext() const;
 
