@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <deque>
 #include <exception>
 #include <mutex>
@@ -32,21 +33,33 @@ struct LoopState {
   std::function<void(const std::string&)> reporter;
   std::atomic<bool> quitRequested{false};
   std::atomic<std::int64_t> longestTaskNs{0};
+  std::atomic<std::int64_t> longestTaskCpuNs{0};
 
   bool hasTasks() {
     std::lock_guard lock(mutex);
     return !tasks.empty();
   }
 
+  static std::int64_t threadCpuNs() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<std::int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
+  }
+
+  static void keepLongest(std::atomic<std::int64_t>& longest, std::int64_t ns) {
+    std::int64_t seen = longest.load();
+    while (ns > seen && !longest.compare_exchange_weak(seen, ns)) {
+    }
+  }
+
   void runGuarded(Task& task) {
     const auto start = std::chrono::steady_clock::now();
+    const std::int64_t cpuStart = threadCpuNs();
     runCaught(task);
-    const std::int64_t ns = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                std::chrono::steady_clock::now() - start)
-                                .count();
-    std::int64_t seen = longestTaskNs.load();
-    while (ns > seen && !longestTaskNs.compare_exchange_weak(seen, ns)) {
-    }
+    keepLongest(longestTaskCpuNs, threadCpuNs() - cpuStart);
+    keepLongest(longestTaskNs, std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                   std::chrono::steady_clock::now() - start)
+                                   .count());
   }
 
   void runCaught(Task& task) {
@@ -211,8 +224,13 @@ double MainLoop::longestTaskSeconds() const {
   return static_cast<double>(impl_->longestTaskNs.load()) / 1e9;
 }
 
+double MainLoop::longestTaskCpuSeconds() const {
+  return static_cast<double>(impl_->longestTaskCpuNs.load()) / 1e9;
+}
+
 void MainLoop::resetLongestTask() {
   impl_->longestTaskNs = 0;
+  impl_->longestTaskCpuNs = 0;
 }
 
 void MainLoop::quit() {

@@ -56,7 +56,10 @@ void tovaniViewer::init_images() {
         fetchImage(*platform()->http, cdnUrl("button/" + std::to_string(n) + "_skip.png"));
     // The list ends at the first image that did not come: the countdown must never show a
     // neighbour's digit in place of a missing one.
-    if (!fetched) break;
+    if (!fetched) {
+      cdnFailedInShowing = showingNumber;
+      break;
+    }
     images.push_back(std::move(fetched));
   }
   skipevent_images = std::move(images);
@@ -76,7 +79,11 @@ void tovaniViewer::imageArray() {
     skipevent_imageview->userInteractionEnabled = false;
   }
   if (!actionevent_image) {
-    actionevent_image = fetchImage(*platform()->http, cdnUrl(kActionImagePath));
+    // Each fetch may hold the main thread for its whole time limit: a CDN that has just
+    // failed the countdown digits is not asked for the action image in the same showing.
+    if (showingNumber == 0 || cdnFailedInShowing != showingNumber) {
+      actionevent_image = fetchImage(*platform()->http, cdnUrl(kActionImagePath));
+    }
     actionevent_imageview = std::make_shared<View>(Kind::ImageView);
     actionevent_imageview->image = actionevent_image;
     actionevent_imageview->zPosition = kActionImageZ;

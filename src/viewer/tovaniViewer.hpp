@@ -174,6 +174,7 @@ class tovaniViewer : public View {
   // the main thread once per showing instead of on every tick.
   uint64_t showingNumber = 0;
   uint64_t skipImagesFetchedInShowing = 0;
+  uint64_t cdnFailedInShowing = 0;  // the showing in which a countdown image did not come
 };
 
 // True when an end-card switch value asks for the end card: "true" or empty (absent too).

@@ -25,6 +25,9 @@ int main(int argc, char** argv) {
     ("timeline", "write the timeline picture here (.svg or .html)",
      cxxopts::value<std::string>()->default_value("tovani-timeline.svg"))
     ("verbose", "print the SDK's log lines too")
+    ("documents", "the app's documents folder, kept afterwards; default: a fresh one, removed",
+     cxxopts::value<std::string>())
+    ("faults", "ad server fault switches (JSON) from the start on", cxxopts::value<std::string>())
     ("h,help", "this help");
   // clang-format on
   try {
@@ -49,6 +52,8 @@ int main(int argc, char** argv) {
     options.inventoryOnly = args.count("inventory-only") > 0;
     options.timelineFile = args["timeline"].as<std::string>();
     options.verbose = args.count("verbose") > 0;
+    if (args.count("documents")) options.documentsDirectory = args["documents"].as<std::string>();
+    if (args.count("faults")) options.faultsAtStart = args["faults"].as<std::string>();
     options.progressOnTerminal = isatty(STDOUT_FILENO) != 0;
     const auto report = tovani::demo::runDemo(options);
     return report.ok ? 0 : 1;

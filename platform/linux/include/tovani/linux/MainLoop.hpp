@@ -50,6 +50,9 @@ class MainLoop final : public MainQueue {
   // The longest time one posted task has taken since creation or the last reset, in seconds:
   // how long the main thread was held at once. Any thread.
   double longestTaskSeconds() const;
+  // The same in processor time of the loop thread: the task's own work, whatever else the
+  // machine runs, without the time it spent waiting.
+  double longestTaskCpuSeconds() const;
   void resetLongestTask();
   // The GMainContext*, for hosts that attach their own sources.
   void* nativeContext() const;
