@@ -11,6 +11,13 @@ set +e
 ctest --preset debug -j"$jobs" 2>&1 | tee build/debug/ctest.log
 status=${PIPESTATUS[0]}
 set -e
+# Every fuzz target briefly (clang build included): one that stops building or crashes at
+# once fails the run. TOVANI_FUZZ_SECONDS=0 leaves it out.
+fuzz_seconds=${TOVANI_FUZZ_SECONDS:-10}
+if [ "$fuzz_seconds" -gt 0 ] && ! ./scripts/fuzz.sh "$fuzz_seconds"; then
+  echo "fuzz smoke run failed" >&2
+  status=1
+fi
 # The runner's summary line closes the output, whatever came before it.
 grep -E 'tests passed|tests failed' build/debug/ctest.log | tail -n 1
 exit "$status"

@@ -5,7 +5,9 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <deque>
 #include <exception>
 #include <mutex>
@@ -30,26 +32,43 @@ struct LoopState {
   std::set<GSource*> timers;  // postAfter sources not yet fired; each holds one ref of ours
   std::function<void(const std::string&)> reporter;
   std::atomic<bool> quitRequested{false};
-  std::atomic<double> longestTask{0};  // seconds; what the host's thread was held for at most
+  std::atomic<std::int64_t> longestTaskNs{0};
+  std::atomic<std::int64_t> longestTaskCpuNs{0};
 
   bool hasTasks() {
     std::lock_guard lock(mutex);
     return !tasks.empty();
   }
 
+  static std::int64_t threadCpuNs() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<std::int64_t>(t.tv_sec) * 1000000000 + t.tv_nsec;
+  }
+
+  static void keepLongest(std::atomic<std::int64_t>& longest, std::int64_t ns) {
+    std::int64_t seen = longest.load();
+    while (ns > seen && !longest.compare_exchange_weak(seen, ns)) {
+    }
+  }
+
   void runGuarded(Task& task) {
-    const auto started = std::chrono::steady_clock::now();
+    const auto start = std::chrono::steady_clock::now();
+    const std::int64_t cpuStart = threadCpuNs();
+    runCaught(task);
+    keepLongest(longestTaskCpuNs, threadCpuNs() - cpuStart);
+    keepLongest(longestTaskNs, std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                   std::chrono::steady_clock::now() - start)
+                                   .count());
+  }
+
+  void runCaught(Task& task) {
     try {
       task();
     } catch (const std::exception& e) {
       report(std::string("main queue task failed: ") + e.what());
     } catch (...) {
       report("main queue task failed with an unknown exception");
-    }
-    const double took =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    double longest = longestTask.load();
-    while (took > longest && !longestTask.compare_exchange_weak(longest, took)) {
     }
   }
 
@@ -201,6 +220,19 @@ void MainLoop::run() {
   g_main_context_pop_thread_default(impl_->context);
 }
 
+double MainLoop::longestTaskSeconds() const {
+  return static_cast<double>(impl_->longestTaskNs.load()) / 1e9;
+}
+
+double MainLoop::longestTaskCpuSeconds() const {
+  return static_cast<double>(impl_->longestTaskCpuNs.load()) / 1e9;
+}
+
+void MainLoop::resetLongestTask() {
+  impl_->longestTaskNs = 0;
+  impl_->longestTaskCpuNs = 0;
+}
+
 void MainLoop::quit() {
   impl_->quitRequested = true;
   g_main_loop_quit(impl_->loop);
@@ -249,14 +281,6 @@ void MainLoop::setErrorReporter(std::function<void(const std::string&)> reporter
 
 void* MainLoop::nativeContext() const {
   return impl_->context;
-}
-
-double MainLoop::longestTaskSeconds() const {
-  return impl_->longestTask.load();
-}
-
-void MainLoop::resetLongestTask() {
-  impl_->longestTask.store(0);
 }
 
 double SystemClock::now() const {

@@ -117,8 +117,10 @@ bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
   if (startsWith(url, TOVANI_PRODUCTION_ROOT_URL)) {
     const std::string_view rest =
         std::string_view(url).substr(std::strlen(TOVANI_PRODUCTION_ROOT_URL));
+    // After a colon comes a port, or user information that puts another host behind it
+    // ("http://<host>:@elsewhere.example/"): only a parsed host that is ours stays.
     if (rest.empty() || rest.front() == '/' || rest.front() == '?' || rest.front() == '#' ||
-        rest.front() == ':') {
+        (rest.front() == ':' && parsed && parsed->host == TOVANI_PRODUCTION_AD_HOST)) {
       return true;
     }
   }

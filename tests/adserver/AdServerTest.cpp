@@ -227,6 +227,41 @@ TEST_F(AdServerTest, EachFaultBreaksItsRouteTheWayAClientWouldMeetIt) {
   EXPECT_TRUE(received > 0 && received <= readFixture(kFixtures, "video_30s.mp4")->size() / 4);
 }
 
+TEST_F(AdServerTest, ConnectionFaultsResetRedirectServeAFileOrSendMoreThanAnyCap) {
+  server_->setFaults(R"({"vast": {"reset_connection": true, "count": 1}})");
+  const auto reset = get(adRequest("S", "vast"));
+  EXPECT_FALSE(reset);  // no status line at all
+  EXPECT_EQ(get(adRequest("S", "vast"))->status, 200);
+
+  server_->setFaults(R"({"endcard": {"redirect": "ftp://elsewhere.example/x"}})");
+  const auto moved = get("/endcard/ios/type1-1.php");
+  ASSERT_TRUE(moved);
+  EXPECT_EQ(moved->status, 302);
+  EXPECT_EQ(moved->get_header_value("Location"), "ftp://elsewhere.example/x");
+
+  const std::string file = ::testing::TempDir() + "/served_store";
+  std::ofstream(file, std::ios::binary) << std::string("not\0a store", 11);
+  server_->setFaults(R"({"store": {"file": ")" + file + R"("}})");
+  EXPECT_EQ(get(kStore)->body, std::string("not\0a store", 11));
+
+  // The announced length is what a client checks first; the bytes come only as it reads.
+  server_->setFaults(R"({"video": {"oversize": 40000000}})");
+  std::string announced;
+  size_t received = 0;
+  EXPECT_FALSE(httplib::Client("127.0.0.1", server_->httpPort())
+                   .Get(
+                       "/sdk/video/video_30s.mp4", {{"Host", hosts().cdnHost}},
+                       [&](const httplib::Response& r) {
+                         announced = r.get_header_value("Content-Length");
+                         return true;
+                       },
+                       [&](const char*, size_t length) { return (received += length) < 1000000; }));
+  EXPECT_EQ(announced, "40000000");
+  EXPECT_GE(received, 1000000u);
+  EXPECT_THROW(server_->setFaults(R"({"video": {"oversize": -1}})"), std::invalid_argument);
+  EXPECT_THROW(server_->setFaults(R"({"video": {"redirect": 3}})"), std::invalid_argument);
+}
+
 TEST_F(AdServerTest, SwitchesAreCheckedCountedAndCleared) {
   restart(R"({"adverts": [], "faults": {"track": {"status": 404, "count": 2}}})");
   for (int expected : {404, 404, 200}) EXPECT_EQ(get("/track/1")->status, expected);

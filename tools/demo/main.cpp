@@ -27,6 +27,9 @@ int main(int argc, char** argv) {
     ("verbose", "print the SDK's log lines too")
     ("why", "after a showing that ended with 1 or 2, say why")
     ("events", "write the SDK's inspector events here (JSON lines)", cxxopts::value<std::string>())
+    ("documents", "the app's documents folder, kept afterwards; default: a fresh one, removed",
+     cxxopts::value<std::string>())
+    ("faults", "ad server fault switches (JSON) from the start on", cxxopts::value<std::string>())
     ("h,help", "this help");
   // clang-format on
   try {
@@ -53,6 +56,8 @@ int main(int argc, char** argv) {
     options.verbose = args.count("verbose") > 0;
     options.why = args.count("why") > 0;
     if (args.count("events")) options.eventsFile = args["events"].as<std::string>();
+    if (args.count("documents")) options.documentsDirectory = args["documents"].as<std::string>();
+    if (args.count("faults")) options.faultsAtStart = args["faults"].as<std::string>();
     options.progressOnTerminal = isatty(STDOUT_FILENO) != 0;
     const auto report = tovani::demo::runDemo(options);
     return report.ok ? 0 : 1;

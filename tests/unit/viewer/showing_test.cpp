@@ -378,6 +378,8 @@ TEST(EndCard, CommandsAndPagesOfTheAdHostStayOnTheCardEveryOtherLinkClosesIt) {
   const auto geo = *tovaniViewer::mapsAddressForGeoHost("37.5665,126.9780");
   const std::string own = std::string(TOVANI_PRODUCTION_ROOT_URL) + "/endcard/ios/next.php";
   const std::string lookalike = std::string(TOVANI_PRODUCTION_ROOT_URL) + ".evil.example/x";
+  // Found by fuzz_endcard: user information puts another host behind the root's name.
+  const std::string behind = std::string(TOVANI_PRODUCTION_ROOT_URL) + ":@evil.example/x";
   struct Case {
     std::string link;
     bool canCall, stays, click;
@@ -392,7 +394,8 @@ TEST(EndCard, CommandsAndPagesOfTheAdHostStayOnTheCardEveryOtherLinkClosesIt) {
       {"tel:0212345678", false, false, false, {}}, {"geo:37.5665,126.9780", true, false, false, {}},
       {"geo://37.5665%2C126.9780", true, false, true, {geo}},
       {"geo://37.5%FF", true, false, false, {}},  // decodes to no text: no maps address
-      {"https://apps.example/a b", true, false, true, {}}, {lookalike, true, false, true, {lookalike}}};
+      {"https://apps.example/a b", true, false, true, {}}, {lookalike, true, false, true, {lookalike}},
+      {behind, true, false, true, {behind}}};
   // clang-format on
   for (const auto& c : cases) {
     AdScreen f;

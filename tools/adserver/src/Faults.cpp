@@ -85,6 +85,18 @@ Fault parseFault(const nlohmann::json& given) {
       } else {
         reject("fault \"truncate\" needs true or the share to send, between 0 and 1");
       }
+    } else if (key == "reset_connection") {
+      fault.resetConnection = flag(value, key);
+    } else if (key == "oversize") {
+      if (!value.is_number_unsigned() || value.get<std::uint64_t>() == 0) {
+        reject("fault \"oversize\" needs a positive number of bytes");
+      }
+      fault.oversizeBytes = value.get<std::uint64_t>();
+    } else if (key == "redirect" || key == "file") {
+      if (!value.is_string() || value.get<std::string>().empty()) {
+        reject("fault \"" + key + "\" needs " + (key == "file" ? "a path" : "an address"));
+      }
+      (key == "file" ? fault.file : fault.redirect) = value.get<std::string>();
     } else if (key == "count") {
       if (!value.is_number_integer() || value.get<int>() < 1) {
         reject("fault \"count\" needs a positive whole number");
@@ -105,6 +117,10 @@ nlohmann::json faultToJson(const Fault& fault) {
   if (fault.empty) out["empty"] = true;
   if (fault.malformed) out["malformed"] = true;
   if (fault.truncateKeep > 0) out["truncate"] = fault.truncateKeep;
+  if (fault.resetConnection) out["reset_connection"] = true;
+  if (fault.oversizeBytes > 0) out["oversize"] = fault.oversizeBytes;
+  if (fault.redirect) out["redirect"] = *fault.redirect;
+  if (fault.file) out["file"] = *fault.file;
   if (fault.remaining) out["count"] = *fault.remaining;
   return out;
 }

@@ -1,4 +1,5 @@
 #pragma once
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -21,10 +22,14 @@ struct Fault {
   double delaySeconds = 0;  // answer late, but within a client's patience
   double stallSeconds = 0;  // send nothing at all for longer than a 3-s idle time-out
   std::optional<int> status;
-  bool empty = false;            // a 200 (or `status`) with an empty body
-  bool malformed = false;        // a body of the right type that does not parse
-  double truncateKeep = 0;       // > 0: announce the full length, send this share, hang up
-  std::optional<int> remaining;  // how many more answers it spoils; none = all
+  bool empty = false;                   // a 200 (or `status`) with an empty body
+  bool malformed = false;               // a body of the right type that does not parse
+  double truncateKeep = 0;              // > 0: announce the full length, send this share, hang up
+  bool resetConnection = false;         // no answer: the connection is reset (TCP RST) at once
+  std::uint64_t oversizeBytes = 0;      // > 0: announce and send this many bytes instead
+  std::optional<std::string> redirect;  // 302 to this address, whatever its scheme or host
+  std::optional<std::string> file;      // the body is this file's bytes
+  std::optional<int> remaining;         // how many more answers it spoils; none = all
 };
 
 // Reads one fault object, e.g. {"stall": 5} or {"status": 500, "count": 1}. Throws

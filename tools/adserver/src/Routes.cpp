@@ -7,6 +7,7 @@
 #include <memory>
 #include <regex>
 
+#include "ConnectionFaults.hpp"
 #include "Documents.hpp"
 #include "EndCards.hpp"
 #include "Fixtures.hpp"
@@ -107,7 +108,8 @@ std::string malformedBody(Route route, const std::string& body) {
 }
 
 // Spoils the answer as the route's fault switch says; false when the server is stopping.
-bool applyFault(Route route, Answer& a, httplib::Response& res, ServerState& state) {
+bool applyFault(Route route, Answer& a, const httplib::Request& req, httplib::Response& res,
+                ServerState& state) {
   const auto fault = state.faults.take(route);
   if (!fault) {
     res.status = a.status;
@@ -116,6 +118,17 @@ bool applyFault(Route route, Answer& a, httplib::Response& res, ServerState& sta
   }
   if (fault->delaySeconds > 0 && !state.pause(fault->delaySeconds)) return false;
   if (fault->stallSeconds > 0 && !state.pause(fault->stallSeconds)) return false;
+  if (fault->resetConnection && resetConnection(req)) return true;
+  if (fault->redirect) {
+    res.status = 302;
+    res.set_header("Location", *fault->redirect);
+    return true;
+  }
+  if (fault->file) {
+    auto bytes = readWholeFile(*fault->file);
+    a = bytes ? Answer{200, a.contentType, std::move(*bytes)}
+              : Answer{500, "text/plain", "cannot read " + *fault->file + "\n"};
+  }
   if (fault->status) {
     a.status = *fault->status;
     // An error status with the real body would still be used by a client that ignores
@@ -131,6 +144,10 @@ bool applyFault(Route route, Answer& a, httplib::Response& res, ServerState& sta
     a.body = malformedBody(route, a.body);
   }
   res.status = a.status;
+  if (fault->oversizeBytes > 0) {
+    setOversizeBody(res, fault->oversizeBytes, a.contentType);
+    return true;
+  }
   if (fault->truncateKeep <= 0 || a.body.size() < 2) {
     res.set_content(a.body, a.contentType);
     return true;
@@ -171,7 +188,7 @@ void serve(const httplib::Request& req, httplib::Response& res, const std::strin
   }
   entry.route = std::string(routeName(route));
   state.log.record(entry);
-  if (!applyFault(route, a, res, state)) {
+  if (!applyFault(route, a, req, res, state)) {
     res.status = 503;
     res.set_content("stopping\n", "text/plain");
   }

@@ -272,6 +272,8 @@ DemoReport runDemo(const DemoOptions& options) {
     report.ok = ok;
     report.message = message;
     report.callbacks = host->results;
+    report.longestMainTaskSeconds = lp.mainLoop->longestTaskSeconds();
+    report.longestMainTaskCpuSeconds = lp.mainLoop->longestTaskCpuSeconds();
     for (const auto& r : server.requests()) report.allRequests.push_back(toBeacon(r, r.time));
     out(std::string(ok ? "OK: " : "FAILED: ") + message);
     TovaniSDK::setInspector(nullptr);

@@ -47,9 +47,12 @@ class MainLoop final : public MainQueue {
   bool isLoopThread() const;
   // Where a task that throws is reported (the exception stops at the loop); stderr by default.
   void setErrorReporter(std::function<void(const std::string&)> reporter);
-  // The longest time one posted task held the loop's thread, in seconds, since
-  // construction or the last reset: how long the host's thread was blocked by the SDK.
+  // The longest time one posted task has taken since creation or the last reset, in seconds:
+  // how long the main thread was held at once. Any thread.
   double longestTaskSeconds() const;
+  // The same in processor time of the loop thread: the task's own work, whatever else the
+  // machine runs, without the time it spent waiting.
+  double longestTaskCpuSeconds() const;
   void resetLongestTask();
   // The GMainContext*, for hosts that attach their own sources.
   void* nativeContext() const;

@@ -87,7 +87,9 @@ struct DemoReport {
   bool inventoryReady = false;
   int videosCached = 0;
   std::vector<ShowingReport> showings;
-  std::vector<Beacon> allRequests;  // everything the server received
+  std::vector<Beacon> allRequests;       // everything the server received
+  double longestMainTaskSeconds = 0;     // the longest the SDK held its main thread at once
+  double longestMainTaskCpuSeconds = 0;  // the same in processor time
 };
 
 DemoReport runDemo(const DemoOptions& options);
