@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include "tovani/Export.hpp"
 
 namespace tovani {
 
@@ -39,11 +40,11 @@ using DataCompletion =
     std::function<void(std::string body, HttpResponse response, std::optional<HttpError> error)>;
 // Completion of a download: the temporary file (absent on error), response, error. The
 // file belongs to the caller during the call; whatever is left of it afterwards is removed.
-using DownloadCompletion = std::function<void(std::optional<std::string> temporaryFile,
-                                              HttpResponse response,
-                                              std::optional<HttpError> error)>;
+using DownloadCompletion =
+    std::function<void(std::optional<std::string> temporaryFile, HttpResponse response,
+                       std::optional<HttpError> error)>;
 
-class Http {
+class TOVANI_EXPORT Http {
  public:
   virtual ~Http() = default;
   // Starts a request; `done` runs later, always on the main queue, never inside this call.
