@@ -98,7 +98,8 @@ TOVANI_EXPORT int tovani_linux_attach(const tovani_linux_options* options);
    or when called from inside the loop. */
 TOVANI_EXPORT int tovani_linux_run(double timeout_seconds);
 
-/* Ends tovani_linux_run soon; meant for the callback. */
+/* Ends tovani_linux_run soon; meant for the callback. Called while no run is going on, it
+   makes the next tovani_linux_run return 1 at once. */
 TOVANI_EXPORT void tovani_linux_quit(void);
 
 /* Makes the Linux adapters the default platform: what loading libtovani-linux already does,

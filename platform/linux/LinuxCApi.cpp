@@ -161,7 +161,7 @@ int tovani_linux_run(double timeout_seconds) {
     const double limit = std::isnan(timeout_seconds) || timeout_seconds < 0
                              ? kNoLimit
                              : std::min(timeout_seconds, kNoLimit);
-    state->quitRequested = false;
+    // A quit that came before this call (a callback delivered at once) ends it at once.
     state->running = true;
     auto loop = state->platform.mainLoop;
     const bool quit = loop->runUntil([&state] { return state->quitRequested; }, limit);

@@ -75,7 +75,9 @@ TEST(CApi, NullAndNonUtf8TextIsTakenAsEmptyOrSkippedWithALogLine) {
     tovani_init_with_categories(c.media, c.slot, categories, 4);
     f.tp.runUntilIdle();
     EXPECT_EQ(c.mediaSeen, f.viewer()->mediaCode.value_or("?")) << c.logLine;
-    if (*c.logLine) EXPECT_TRUE(logged(f, c.logLine)) << c.logLine;
+    if (*c.logLine) {
+      EXPECT_TRUE(logged(f, c.logLine)) << c.logLine;
+    }
     EXPECT_TRUE(logged(f, "category 2 is not UTF-8; skipped"));
     EXPECT_FALSE(logged(f, "category 1"));  // NULL is a binding's non-string: no trace
 
