@@ -45,6 +45,8 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
+# dpkg runs ldconfig once per transaction through this trigger.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/triggers)
 string(CONCAT CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "rewarded-video advertising SDK (shared libraries)\n"
     "The SDK shows full-screen video ads with a reward point, a countdown, skip and\n"
@@ -57,7 +59,8 @@ set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "${TOVANI_DEB_RUNTIME} (= ${PROJECT_VERSION}-1), libsqlite3-dev, libexpat1-dev, liburiparser-dev, libcurl4-openssl-dev | libcurl-dev, libglib2.0-dev, libgstreamer1.0-dev, libgstreamer-plugins-base1.0-dev")
 string(CONCAT CPACK_COMPONENT_DEV_DESCRIPTION
     "rewarded-video advertising SDK (development files)\n"
-    "Headers (C++20 and C), static archives, the CMake package (find_package(tovani))\n"
-    "and pkg-config files (tovani, tovani-linux) for building hosts of the SDK.")
+    "Headers (C++20 and C), static archives, the CMake package\n"
+    "(find_package(tovani)) and pkg-config files (tovani, tovani-linux) for\n"
+    "building hosts of the SDK.")
 
 include(CPack)

@@ -18,5 +18,5 @@ cmake --build "$build"
 debs=("$build"/*.deb)
 printf 'built %s\n' "${debs[@]}"
 # lintian exits non-zero on errors only; warnings and notes are printed for the record.
-lintian --fail-on error --no-tag-display-limit "${debs[@]}"
+lintian --fail-on error --tag-display-limit 0 "${debs[@]}"
 echo "package: lintian reports no errors"
