@@ -20,6 +20,8 @@ packages=(
   libcxxopts-dev
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev
+  # installed-SDK tests (Python host) and Debian packaging (scripts/package.sh)
+  python3 dpkg-dev lintian file
 )
 
 SUDO=""

@@ -1,6 +1,7 @@
 #pragma once
 #include <memory>
 
+#include "tovani/Export.hpp"
 #include "tovani/platform/Application.hpp"
 #include "tovani/platform/Device.hpp"
 #include "tovani/platform/Http.hpp"
@@ -13,7 +14,7 @@ namespace tovani {
 
 // Every port the core reaches the world through, handed to TovaniSDK::setPlatform before
 // first use. All members must be set.
-struct Platform {
+struct TOVANI_EXPORT Platform {
   std::shared_ptr<MainQueue> mainQueue;
   std::shared_ptr<Clock> clock;
   std::shared_ptr<Http> http;
@@ -26,7 +27,13 @@ struct Platform {
   std::shared_ptr<Log> log;
 };
 
-// The platform built into this library (the Linux adapters when linked), or nullptr.
-std::shared_ptr<Platform> makeDefaultPlatform();
+// The platform used when the host sets none: the one a loaded platform library (the Linux
+// adapters, for instance) registered with setDefaultPlatformMaker, or nullptr.
+TOVANI_EXPORT std::shared_ptr<Platform> makeDefaultPlatform();
+
+// Called by a platform library as it is loaded, so that the core never links against its
+// adapters. The last registration wins; nullptr removes it.
+using PlatformMaker = std::shared_ptr<Platform> (*)();
+TOVANI_EXPORT void setDefaultPlatformMaker(PlatformMaker maker);
 
 }  // namespace tovani

@@ -21,7 +21,7 @@ class tovaniViewer;
 
 // The host's whole surface. Call everything on the main thread (the thread that runs the
 // platform's main queue). Nothing here throws; every outcome arrives through the delegate.
-class TovaniSDK {
+class TOVANI_EXPORT TovaniSDK {
  public:
   // One category element as a binding hands it over. std::nullopt stands for an element
   // that is not exactly a string (a nil entry, a number, a string subclass): it is skipped.
@@ -73,5 +73,7 @@ class TovaniSDK {
 // C entry point for bindings whose category list may hold non-strings: a NULL entry of
 // `categories` is an element that is not a string and is skipped. `categories` may be
 // NULL (no list).
-extern "C" void tovani_init_with_categories(const char* mediaCode, const char* slotCode,
-                                            const char* const* categories, size_t count);
+extern "C" TOVANI_EXPORT void tovani_init_with_categories(const char* mediaCode,
+                                                          const char* slotCode,
+                                                          const char* const* categories,
+                                                          size_t count);

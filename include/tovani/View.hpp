@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <vector>
+#include "tovani/Export.hpp"
 
 namespace tovani {
 
@@ -40,7 +41,7 @@ struct Font {
 };
 
 // Encoded image bytes as fetched; made only from data that looks like an image.
-struct Image {
+struct TOVANI_EXPORT Image {
   std::string bytes;
   std::string sourceUrl;
   // nullptr when the data is empty or not a PNG, JPEG, GIF or WebP image.
@@ -57,7 +58,7 @@ enum class VideoGravity { Resize, ResizeAspect };
 
 // Platform-neutral view tree. The core builds and changes it on the main thread; a
 // platform renders it and reports taps back through View::tap().
-class View : public std::enable_shared_from_this<View> {
+class TOVANI_EXPORT View : public std::enable_shared_from_this<View> {
  public:
   enum class Kind { Plain, Label, ImageView, Button, VideoLayer, WebView };
 

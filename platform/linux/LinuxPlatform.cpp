@@ -1,5 +1,7 @@
 #include "tovani/linux/LinuxPlatform.hpp"
 
+#include "tovani/tovani.h"
+
 namespace tovani::linux {
 
 void LinuxPlatform::rotate(DeviceOrientation orientation) const {
@@ -40,10 +42,20 @@ LinuxPlatform makeLinuxPlatform(LinuxPlatformOptions options) {
 
 }  // namespace tovani::linux
 
-namespace tovani {
+namespace {
 
-std::shared_ptr<Platform> makeDefaultPlatform() {
-  return linux::makeLinuxPlatform().platform;
+std::shared_ptr<tovani::Platform> makeDefaultLinuxPlatform() {
+  return tovani::linux::makeLinuxPlatform().platform;
 }
 
-}  // namespace tovani
+// Loading this library (or pulling this object into a static host) makes the Linux adapters
+// the default platform, without the core linking against them.
+[[gnu::constructor]] void registerAtLoad() {
+  tovani::setDefaultPlatformMaker(&makeDefaultLinuxPlatform);
+}
+
+}  // namespace
+
+extern "C" void tovani_linux_register_default(void) {
+  tovani::setDefaultPlatformMaker(&makeDefaultLinuxPlatform);
+}

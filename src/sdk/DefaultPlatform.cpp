@@ -1,11 +1,26 @@
+#include <atomic>
+
 #include "tovani/Platform.hpp"
 
-// With the Linux adapters built in, platform/linux defines the default platform; a build
-// without them has none, and the host must call TovaniSDK::setPlatform.
-#ifndef TOVANI_HAS_LINUX_PLATFORM
+// The core does not link any adapters: a platform library registers its maker when it is
+// loaded (a shared library's constructor, or the first use of a static one), so the shared
+// core has no dependency on the libraries that depend on it.
 namespace tovani {
-std::shared_ptr<Platform> makeDefaultPlatform() {
-  return nullptr;
+
+namespace {
+std::atomic<PlatformMaker>& registeredMaker() {
+  static std::atomic<PlatformMaker> maker{nullptr};
+  return maker;
 }
+}  // namespace
+
+void setDefaultPlatformMaker(PlatformMaker maker) {
+  registeredMaker().store(maker);
+}
+
+std::shared_ptr<Platform> makeDefaultPlatform() {
+  const PlatformMaker maker = registeredMaker().load();
+  return maker ? maker() : nullptr;
+}
+
 }  // namespace tovani
-#endif

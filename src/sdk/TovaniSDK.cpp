@@ -49,6 +49,20 @@ std::shared_ptr<tovaniViewer> mainViewer() {
   return facade().mainViewer;
 }
 
+bool facadeStarted() {
+  auto& state = facade();
+  std::lock_guard lock(state.mutex);
+  return state.instance != nullptr;
+}
+
+void facadeLogLine(const std::string& line) {
+  if (Log* log = facadeLog()) {
+    log->write(line);
+  } else {
+    std::cerr << "[tovani] " << line << "\n";
+  }
+}
+
 void resetFacadeForTesting() {
   auto& state = facade();
   std::lock_guard lock(state.mutex);
@@ -205,15 +219,3 @@ std::string TovaniSDK::convertCategory(const std::optional<CategoryList>& catego
 }
 
 }  // namespace tovani
-
-extern "C" void tovani_init_with_categories(const char* mediaCode, const char* slotCode,
-                                            const char* const* categories, size_t count) {
-  std::optional<tovani::TovaniSDK::CategoryList> list;
-  if (categories) {
-    list.emplace();
-    for (size_t i = 0; i < count; ++i) {
-      list->push_back(categories[i] ? std::optional<std::string>(categories[i]) : std::nullopt);
-    }
-  }
-  tovani::TovaniSDK::init(mediaCode ? mediaCode : "", slotCode ? slotCode : "", list);
-}

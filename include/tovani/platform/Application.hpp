@@ -2,12 +2,13 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include "tovani/Export.hpp"
 
 namespace tovani {
 
 enum class AppEvent { WillResignActive, WillEnterForeground, WillTerminate, OrientationDidChange };
 
-class Application {
+class TOVANI_EXPORT Application {
  public:
   virtual ~Application() = default;
   virtual bool isStatusBarHidden() const = 0;

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include "tovani/Export.hpp"
 
 namespace tovani {
 
@@ -11,7 +12,7 @@ struct Carrier {
   std::optional<std::string> mobileNetworkCode;
 };
 
-class Device {
+class TOVANI_EXPORT Device {
  public:
   virtual ~Device() = default;
   virtual std::optional<std::string> hardwareModel() const = 0;  // e.g. iPhone9,3
@@ -29,14 +30,14 @@ class Device {
 // Reachability flags as bits: reachable 0x2, connection-required 0x4,
 // connection-on-traffic 0x8, intervention-required 0x10, connection-on-demand 0x20,
 // is-cellular 0x40000.
-class ReachabilitySource {
+class TOVANI_EXPORT ReachabilitySource {
  public:
   virtual ~ReachabilitySource() = default;
   // Flags for the general internet; none when they cannot be read.
   virtual std::optional<uint32_t> internetFlags() const = 0;
 };
 
-class Log {
+class TOVANI_EXPORT Log {
  public:
   virtual ~Log() = default;
   // One line, exactly as the SDK wrote it. May be called from the main thread only.

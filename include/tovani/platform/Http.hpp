@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include "tovani/Export.hpp"
 
 namespace tovani {
 
@@ -52,7 +53,7 @@ struct BeaconReport {
 };
 using BeaconReportHandler = std::function<void(BeaconReport report)>;
 
-class Http {
+class TOVANI_EXPORT Http {
  public:
   virtual ~Http() = default;
   // Starts a request; `done` runs later, always on the main queue, never inside this call.

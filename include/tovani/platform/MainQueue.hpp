@@ -1,12 +1,13 @@
 #pragma once
 #include <functional>
+#include "tovani/Export.hpp"
 
 namespace tovani {
 
 using Task = std::function<void()>;
 
 // The host's main thread. Every core call, completion, tick, tap and notification runs here.
-class MainQueue {
+class TOVANI_EXPORT MainQueue {
  public:
   virtual ~MainQueue() = default;
   // Runs `task` later on the main thread, in posting order. Safe to call from any thread.
@@ -15,7 +16,7 @@ class MainQueue {
   virtual void postAfter(double seconds, Task task) = 0;
 };
 
-class Clock {
+class TOVANI_EXPORT Clock {
  public:
   virtual ~Clock() = default;
   // Seconds since 1970-01-01 UTC.

@@ -3,13 +3,14 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include "tovani/Export.hpp"
 
 namespace tovani {
 
 using TimeObserverToken = uint64_t;
 
 // One player for one local file. All calls and callbacks on the main thread.
-class MediaPlayer {
+class TOVANI_EXPORT MediaPlayer {
  public:
   virtual ~MediaPlayer() = default;
   virtual void play() = 0;
@@ -29,7 +30,7 @@ class MediaPlayer {
   virtual void setItemEndedHandler(std::function<void()> handler) = 0;
 };
 
-class MediaPlayerFactory {
+class TOVANI_EXPORT MediaPlayerFactory {
  public:
   virtual ~MediaPlayerFactory() = default;
   virtual std::shared_ptr<MediaPlayer> createPlayer(const std::string& localFilePath) = 0;

@@ -2,6 +2,7 @@
 #include <optional>
 #include <string>
 
+#include "tovani/Export.hpp"
 #include "tovani/View.hpp"
 
 namespace tovani {
@@ -20,7 +21,7 @@ enum class DeviceOrientation {
   FaceDown = 6
 };
 
-class Screen {
+class TOVANI_EXPORT Screen {
  public:
   virtual ~Screen() = default;
   virtual Size boundsSize() const = 0;

@@ -2,6 +2,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include "tovani/Export.hpp"
 
 namespace tovani {
 
@@ -16,7 +17,7 @@ struct WebRequest {
 
 // A page view. Hidden state, frame and z position live on its View node; the port loads
 // pages and asks before every navigation.
-class WebView {
+class TOVANI_EXPORT WebView {
  public:
   virtual ~WebView() = default;
   virtual void loadRequest(const WebRequest& request) = 0;
@@ -31,7 +32,7 @@ class WebView {
   virtual void setLoadResultHandler(std::function<void(bool loaded)> handler) { (void)handler; }
 };
 
-class WebViewFactory {
+class TOVANI_EXPORT WebViewFactory {
  public:
   virtual ~WebViewFactory() = default;
   virtual std::shared_ptr<WebView> createWebView() = 0;

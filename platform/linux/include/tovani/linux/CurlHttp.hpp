@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tovani/Export.hpp"
 #include "tovani/platform/Http.hpp"
 #include "tovani/platform/MainQueue.hpp"
 
@@ -68,7 +69,7 @@ struct RequestRecord {
 // one multi handle and posts each completion to the main queue. "No data for N seconds" is
 // measured from the last byte received (or from the connection, before the first byte), so
 // a slow but steady transfer is never cut off, however long it takes.
-class CurlHttp final : public Http {
+class TOVANI_EXPORT CurlHttp final : public Http {
  public:
   CurlHttp(std::shared_ptr<MainQueue> mainQueue, HttpOptions options = {});
   // Stops the worker; transfers still running are dropped with their temporary files, and

@@ -2,6 +2,7 @@
 #include <memory>
 #include <string>
 
+#include "tovani/Export.hpp"
 #include "tovani/linux/MainLoop.hpp"
 #include "tovani/platform/Device.hpp"
 #include "tovani/platform/MediaPlayer.hpp"
@@ -29,7 +30,7 @@ struct PlayerOptions {
 // duration is known shortly after creation; it never stops or rewinds by itself at the end,
 // so the last frame stays shown. A file that cannot be played gives a player that never
 // progresses (the error is logged).
-class GstPlayerFactory final : public MediaPlayerFactory {
+class TOVANI_EXPORT GstPlayerFactory final : public MediaPlayerFactory {
  public:
   GstPlayerFactory(std::shared_ptr<MainLoop> loop, std::shared_ptr<Log> log,
                    PlayerOptions options = {});

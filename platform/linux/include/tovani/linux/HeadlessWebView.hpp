@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tovani/Export.hpp"
 #include "tovani/linux/CurlHttp.hpp"
 #include "tovani/platform/MainQueue.hpp"
 #include "tovani/platform/WebView.hpp"
@@ -32,7 +33,8 @@ struct WebPage {
 // A web view without a screen: it fetches pages, keeps the current one and its links, and asks
 // the navigation decider before every navigation, redirects included, as a browser does. All
 // calls on the main thread.
-class HeadlessWebView final : public WebView, public std::enable_shared_from_this<HeadlessWebView> {
+class TOVANI_EXPORT HeadlessWebView final : public WebView,
+                                            public std::enable_shared_from_this<HeadlessWebView> {
  public:
   HeadlessWebView(std::shared_ptr<CurlHttp> http, std::shared_ptr<MainQueue> mainQueue,
                   WebViewOptions options = {});
@@ -80,7 +82,7 @@ class HeadlessWebView final : public WebView, public std::enable_shared_from_thi
   int pagesLoaded_ = 0;
 };
 
-class HeadlessWebViewFactory final : public WebViewFactory {
+class TOVANI_EXPORT HeadlessWebViewFactory final : public WebViewFactory {
  public:
   HeadlessWebViewFactory(std::shared_ptr<CurlHttp> http, std::shared_ptr<MainQueue> mainQueue,
                          WebViewOptions options = {});

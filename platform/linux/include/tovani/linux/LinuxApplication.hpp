@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tovani/Export.hpp"
 #include "tovani/platform/Application.hpp"
 #include "tovani/platform/Device.hpp"
 #include "tovani/platform/MainQueue.hpp"
@@ -30,7 +31,7 @@ struct ScreenProfile {
   }
 };
 
-class LinuxScreen final : public Screen {
+class TOVANI_EXPORT LinuxScreen final : public Screen {
  public:
   explicit LinuxScreen(ScreenProfile profile = ScreenProfile::phone()) : profile_(profile) {}
   Size boundsSize() const override;
@@ -58,7 +59,7 @@ struct ApplicationOptions {
   std::function<void(const std::string&)> openURL;     // default: log the URL
 };
 
-class LinuxApplication final : public Application {
+class TOVANI_EXPORT LinuxApplication final : public Application {
  public:
   LinuxApplication(std::shared_ptr<MainQueue> mainQueue, std::shared_ptr<Log> log,
                    ApplicationOptions options = {});

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tovani/Export.hpp"
 #include "tovani/platform/Device.hpp"
 
 #pragma push_macro("linux")
@@ -26,7 +27,7 @@ struct DeviceOptions {
   std::optional<std::string> documentsDirectory;
 };
 
-class LinuxDevice final : public Device {
+class TOVANI_EXPORT LinuxDevice final : public Device {
  public:
   // Works out the values once and creates the documents folder (mode 0700) when missing.
   explicit LinuxDevice(DeviceOptions options = {});
@@ -60,7 +61,7 @@ struct ReachabilityOptions {
 // Reachable (0x2) when a default route leaves through a non-loopback interface that is up;
 // is-cellular (0x40000) added when that interface is a cellular one; none when no route
 // table can be read.
-class LinuxReachability final : public ReachabilitySource {
+class TOVANI_EXPORT LinuxReachability final : public ReachabilitySource {
  public:
   explicit LinuxReachability(ReachabilityOptions options = {}) : options_(std::move(options)) {}
   std::optional<uint32_t> internetFlags() const override;
@@ -72,7 +73,7 @@ class LinuxReachability final : public ReachabilitySource {
 };
 
 // Log lines to standard error as "[tovani] <line>", or to the host's sink when one is set.
-class LinuxLog final : public Log {
+class TOVANI_EXPORT LinuxLog final : public Log {
  public:
   explicit LinuxLog(std::function<void(const std::string&)> sink = {}) : sink_(std::move(sink)) {}
   void write(const std::string& line) override;

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "tovani/Export.hpp"
 #include "tovani/Platform.hpp"
 #include "tovani/linux/CurlHttp.hpp"
 #include "tovani/linux/GstPlayer.hpp"
@@ -40,7 +41,7 @@ struct LinuxPlatformOptions {
 //   ...  // TovaniSDK calls, on this thread
 //   linux.mainLoop->run();  // or runUntil(condition, seconds); quit() from anywhere
 //   linux.application->sendEvent(tovani::AppEvent::WillResignActive);  // lifecycle, any thread
-struct LinuxPlatform {
+struct TOVANI_EXPORT LinuxPlatform {
   std::shared_ptr<Platform> platform;  // hand this to the SDK
   std::shared_ptr<MainLoop> mainLoop;  // the SDK's main queue; the host runs it
   std::shared_ptr<CurlHttp> http;
@@ -57,7 +58,7 @@ struct LinuxPlatform {
 };
 
 // Builds every adapter. The thread that later runs `mainLoop` is the SDK's main thread.
-LinuxPlatform makeLinuxPlatform(LinuxPlatformOptions options = {});
+TOVANI_EXPORT LinuxPlatform makeLinuxPlatform(LinuxPlatformOptions options = {});
 
 }  // namespace tovani::linux
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "tovani/Export.hpp"
 #include "tovani/platform/MainQueue.hpp"
 
 // Hosts built with GNU extensions see `linux` as a predefined macro; keep it away from the
@@ -23,7 +24,7 @@ enum class MainContextChoice {
 // thread; tasks run on whichever thread runs the loop (run, runFor, runUntil), which thereby
 // is the SDK's main thread. Destroy it on that thread, when the loop is not running: tasks
 // still pending are dropped, never run.
-class MainLoop final : public MainQueue {
+class TOVANI_EXPORT MainLoop final : public MainQueue {
  public:
   explicit MainLoop(MainContextChoice context = MainContextChoice::Default);
   ~MainLoop() override;
@@ -63,7 +64,7 @@ class MainLoop final : public MainQueue {
 };
 
 // Wall-clock time from the system clock.
-class SystemClock final : public Clock {
+class TOVANI_EXPORT SystemClock final : public Clock {
  public:
   double now() const override;
 };
