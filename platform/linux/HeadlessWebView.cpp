@@ -24,7 +24,7 @@ void HeadlessWebView::setNavigationDecider(std::function<bool(const WebRequest&)
 bool HeadlessWebView::followLink(const std::string& url) {
   const std::string base = page_ ? page_->url : std::string();
   const auto absolute = detail::resolveUrl(base, url);
-  return navigate(WebRequest{absolute.value_or(url), "GET", {}}, 0);
+  return navigate(WebRequest{absolute.value_or(url), "GET", {}, true}, 0);
 }
 
 bool HeadlessWebView::navigate(const WebRequest& request, int hop) {

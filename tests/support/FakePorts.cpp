@@ -5,10 +5,24 @@
 
 namespace tovani::test {
 
+void RecordingWebView::loadRequest(const WebRequest& request) {
+  loads.push_back(request);
+  queue_->post([weak = weak_from_this(), request] {
+    auto self = weak.lock();
+    if (!self) return;
+    auto decider = self->decider_;
+    if (!decider || decider(request)) ++self->pagesLoaded;
+  });
+}
+
 bool RecordingWebView::navigate(const std::string& url) {
-  WebRequest request{url, "GET", {}};
-  const bool allowed = decider_ ? decider_(request) : true;
-  if (allowed) loadedInPlace.push_back(url);
+  WebRequest request{url, "GET", {}, true};
+  auto decider = decider_;
+  const bool allowed = decider ? decider(request) : true;
+  if (allowed) {
+    loadedInPlace.push_back(url);
+    ++pagesLoaded;
+  }
   return allowed;
 }
 

@@ -9,15 +9,18 @@
 
 #include "tovani/platform/Application.hpp"
 #include "tovani/platform/Device.hpp"
+#include "tovani/platform/MainQueue.hpp"
 #include "tovani/platform/Screen.hpp"
 #include "tovani/platform/WebView.hpp"
 
 namespace tovani::test {
 
-// Records page loads; a test follows links on the page through navigate().
-class RecordingWebView : public WebView {
+// Records page loads; a test follows links on the page through navigate(). Like a real view
+// it puts each load to the decider later, on the main queue, never inside loadRequest.
+class RecordingWebView : public WebView, public std::enable_shared_from_this<RecordingWebView> {
  public:
-  void loadRequest(const WebRequest& request) override { loads.push_back(request); }
+  explicit RecordingWebView(std::shared_ptr<MainQueue> queue) : queue_(std::move(queue)) {}
+  void loadRequest(const WebRequest& request) override;
   void setNavigationDecider(std::function<bool(const WebRequest&)> decider) override {
     decider_ = std::move(decider);
   }
@@ -28,20 +31,26 @@ class RecordingWebView : public WebView {
   bool navigate(const std::string& url);
 
   std::vector<WebRequest> loads;           // loadRequest calls
-  std::vector<std::string> loadedInPlace;  // navigations the decider allowed
+  std::vector<std::string> loadedInPlace;  // links the decider allowed
+  int pagesLoaded = 0;                     // loads and links the decider allowed
   bool bounces = true;
 
  private:
+  std::shared_ptr<MainQueue> queue_;
   std::function<bool(const WebRequest&)> decider_;
 };
 
 class RecordingWebViewFactory : public WebViewFactory {
  public:
+  explicit RecordingWebViewFactory(std::shared_ptr<MainQueue> queue) : queue_(std::move(queue)) {}
   std::shared_ptr<WebView> createWebView() override {
-    created.push_back(std::make_shared<RecordingWebView>());
+    created.push_back(std::make_shared<RecordingWebView>(queue_));
     return created.back();
   }
   std::vector<std::shared_ptr<RecordingWebView>> created;
+
+ private:
+  std::shared_ptr<MainQueue> queue_;
 };
 
 class FakeScreen : public Screen {

@@ -26,7 +26,8 @@ class TestPlatform {
   std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>(*queue);
   std::shared_ptr<ScriptedHttp> http = std::make_shared<ScriptedHttp>(queue);
   std::shared_ptr<ScriptedPlayerFactory> players = std::make_shared<ScriptedPlayerFactory>(queue);
-  std::shared_ptr<RecordingWebViewFactory> webViews = std::make_shared<RecordingWebViewFactory>();
+  std::shared_ptr<RecordingWebViewFactory> webViews =
+      std::make_shared<RecordingWebViewFactory>(queue);
   std::shared_ptr<FakeScreen> screen = std::make_shared<FakeScreen>();
   std::shared_ptr<FakeApplication> app = std::make_shared<FakeApplication>();
   std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();
