@@ -189,9 +189,17 @@ class PageView final : public WebKitView, public std::enable_shared_from_this<Pa
     ++generation_;  // a page's own navigation replaces a fetch still on its way
     approved_.clear();
     if (newWindow) {
-      // An end card has no second window: an allowed pop-up opens in place instead.
-      approved_ = normalised(request.url);
-      webkit_web_view_load_request(view_, engineRequest);
+      // An end card has no second window: an allowed pop-up opens in place instead, once the
+      // engine is done with this decision.
+      // Held so that a task the queue drops without running still lets go of it.
+      std::shared_ptr<WebKitURIRequest> held(WEBKIT_URI_REQUEST(g_object_ref(engineRequest)),
+                                             [](WebKitURIRequest* r) { g_object_unref(r); });
+      shared_->mainQueue->post([weak = weak_from_this(), held, url = request.url] {
+        if (auto self = weak.lock()) {
+          self->approved_ = normalised(url);
+          webkit_web_view_load_request(self->view_, held.get());
+        }
+      });
       return false;
     }
     return true;

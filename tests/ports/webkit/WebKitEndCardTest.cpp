@@ -106,6 +106,18 @@ TEST_F(WebKitEndCard, BridgeLinksAndOtherHostsAreAskedAboutAndNeverLoaded) {
   EXPECT_TRUE(asked.back().userInitiated);
   EXPECT_EQ(view->currentUrl(), std::string(TOVANI_PRODUCTION_ROOT_URL) + "/");
   EXPECT_EQ(endCardRequests().back().path, "/");
+
+  // A link that asks for a new window is asked about too, and opens in place.
+  rig.script(*view,
+             "(() => { const a = document.createElement('a'); a.id = 'popup'; "
+             "a.target = '_blank'; a.href = 'endcard/ios/iosTovaniEndCard.php'; "
+             "a.textContent = 'popup'; document.body.appendChild(a); return 1; })()");
+  const auto before = asked.size();
+  rig.clickOn(*view, "popup");
+  ASSERT_TRUE(waitFor([&] { return view->pagesLoaded() == 3; }));
+  EXPECT_EQ(view->currentUrl(), std::string(TOVANI_URL_ENDCARD) + "iosTovaniEndCard.php");
+  ASSERT_GT(asked.size(), before);
+  EXPECT_TRUE(asked[before].userInitiated);
 }
 
 TEST_F(WebKitEndCard, KilledWebProcessEndsAShownCardAndReloadsAHiddenOne) {
