@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,12 @@ struct RigMaker {
   std::string name;
   std::function<std::unique_ptr<Rig>()> make;
 };
+
+// Names the rig in test listings instead of the bytes of the maker.
+template <typename Rig>
+void PrintTo(const RigMaker<Rig>& maker, std::ostream* out) {
+  *out << maker.name;
+}
 
 template <typename Rig>
 std::string rigName(const ::testing::TestParamInfo<RigMaker<Rig>>& info) {
