@@ -14,6 +14,8 @@ packages=(
   libcurl4-openssl-dev libcurl4 ca-certificates libglib2.0-dev
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav
+  # desktop end card (WebKitGTK) and a virtual X server for its tests
+  libwebkit2gtk-4.1-dev xvfb xauth
   # development ad server
   libcpp-httplib-dev libssl-dev openssl
   # demo host

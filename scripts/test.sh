@@ -7,6 +7,15 @@ cd "$(dirname "$0")/.."
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake --preset debug >/dev/null
 cmake --build --preset debug -j"$jobs"
+# The desktop adapters' tests need a display: without one, a virtual X server for the run.
+if [ -z "${DISPLAY:-}" ] && command -v Xvfb >/dev/null; then
+  display_file=$(mktemp)
+  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$display_file" 2>/dev/null &
+  xvfb_pid=$!
+  trap 'kill "$xvfb_pid" 2>/dev/null; rm -f "$display_file"' EXIT
+  for _ in $(seq 100); do [ -s "$display_file" ] && break; sleep 0.1; done
+  export DISPLAY=":$(cat "$display_file")"
+fi
 set +e
 ctest --preset debug -j"$jobs" 2>&1 | tee build/debug/ctest.log
 status=${PIPESTATUS[0]}

@@ -23,7 +23,8 @@ LinuxPlatform makeLinuxPlatform(LinuxPlatformOptions options) {
   bundle.application = std::make_shared<LinuxApplication>(bundle.mainLoop, bundle.log,
                                                           std::move(options.application));
   bundle.device = std::make_shared<LinuxDevice>(std::move(options.device));
-  bundle.reachability = std::make_shared<LinuxReachability>(std::move(options.reachability));
+  bundle.reachability =
+      std::make_shared<LinuxReachability>(std::move(options.reachability), bundle.log);
 
   auto platform = std::make_shared<Platform>();
   platform->mainQueue = bundle.mainLoop;

@@ -1,6 +1,9 @@
 #include <fnmatch.h>
+#include <gio/gio.h>
 #include <ifaddrs.h>
 #include <net/if.h>
+
+#include <cstring>
 
 #include <fstream>
 #include <sstream>
@@ -12,6 +15,7 @@ namespace tovani::linux {
 namespace {
 
 constexpr uint32_t kReachable = 0x2;
+constexpr uint32_t kInterventionRequired = 0x10;
 constexpr uint32_t kIsCellular = 0x40000;
 constexpr unsigned long kRouteUp = 0x1;        // RTF_UP
 constexpr unsigned long kRouteReject = 0x200;  // RTF_REJECT: an "unreachable" route
@@ -80,9 +84,43 @@ std::optional<unsigned long> interfaceFlags(const std::string& folder, const std
 
 }  // namespace
 
+namespace detail {
+
+uint32_t monitorFlags(bool available, int connectivity, bool metered) {
+  // Local connectivity means no route off this machine; limited means a route but no answer
+  // from the wider internet, where the ad host may still be (a LAN or loopback server).
+  if (!available || connectivity == G_NETWORK_CONNECTIVITY_LOCAL) return 0;
+  uint32_t flags = kReachable;
+  if (connectivity == G_NETWORK_CONNECTIVITY_PORTAL) flags |= kInterventionRequired;
+  // A metered network is what a phone's cellular link is to the SDK: costly data.
+  if (metered) flags |= kIsCellular;
+  return flags;
+}
+
+}  // namespace detail
+
 std::optional<uint32_t> LinuxReachability::internetFlags() const {
   std::lock_guard lock(mutex_);
   if (options_.overrideFlags) return options_.overrideFlags;
+  if (options_.networkMonitor) {
+    // GIO's process-wide monitor; its plain base kind answers "available" whatever the
+    // network does, so only a real one (netlink, NetworkManager, portal) is believed.
+    GNetworkMonitor* monitor = g_network_monitor_get_default();
+    if (monitor != nullptr &&
+        std::strcmp(G_OBJECT_TYPE_NAME(monitor), "GNetworkMonitorBase") != 0) {
+      return detail::monitorFlags(g_network_monitor_get_network_available(monitor) != FALSE,
+                                  g_network_monitor_get_connectivity(monitor),
+                                  g_network_monitor_get_network_metered(monitor) != FALSE);
+    }
+    if (!fallbackLogged_ && log_) {
+      log_->write("reachability: no network monitor on this system; reading the routing table");
+    }
+    fallbackLogged_ = true;
+  }
+  return routeTableFlags();
+}
+
+std::optional<uint32_t> LinuxReachability::routeTableFlags() const {
   std::vector<std::string> defaults;
   const bool v4 = ipv4Defaults(options_.ipv4RouteTable, defaults);
   const bool v6 = ipv6Defaults(options_.ipv6RouteTable, defaults);

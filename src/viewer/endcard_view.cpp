@@ -125,7 +125,6 @@ bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
     }
   }
 
-  inspectStage("endcard-link", url);
   // Leaving the ad is the user's choice: a redirect or a script on the page that heads
   // elsewhere on its own is no click, and the ad goes on.
   if (!request.userInitiated) {
@@ -136,6 +135,7 @@ bool tovaniViewer::shouldStartLoadWithRequest(const WebRequest& request) {
     return false;
   }
 
+  inspectStage("endcard-link", url);
   auto& application = *platform()->application;
   if (scheme == "tel") {
     // A device that cannot call counts no click.

@@ -7,15 +7,28 @@ namespace tovani::test {
 
 void RecordingWebView::loadRequest(const WebRequest& request) {
   loads.push_back(request);
-  if (!queue_ || pageOutcome == PageOutcome::Stalled) return;
-  queue_->post([this, loaded = pageOutcome == PageOutcome::Loaded] {
-    if (loadResult_) loadResult_(loaded);
+  if (!queue_) return;
+  // Like a real view, the load is put to the decider later, on the main queue, and only a load
+  // the decider allowed reports its outcome.
+  queue_->post([weak = weak_from_this(), request] {
+    auto self = weak.lock();
+    if (!self) return;
+    auto decider = self->decider_;
+    if (decider && !decider(request)) return;
+    ++self->pagesLoaded;
+    if (self->pageOutcome == PageOutcome::Stalled) return;
+    auto handler = self->loadResult_;
+    if (handler) handler(self->pageOutcome == PageOutcome::Loaded);
   });
 }
 
 bool RecordingWebView::ask(const WebRequest& request) {
-  const bool allowed = decider_ ? decider_(request) : true;
-  if (allowed) loadedInPlace.push_back(request.url);
+  auto decider = decider_;
+  const bool allowed = decider ? decider(request) : true;
+  if (allowed) {
+    loadedInPlace.push_back(request.url);
+    ++pagesLoaded;
+  }
   return allowed;
 }
 

@@ -16,8 +16,9 @@
 namespace tovani::test {
 
 // Records page loads; a test follows links on the page through navigate(). Each load is
-// reported on the main queue as `pageOutcome` says.
-class RecordingWebView : public WebView {
+// put to the decider later, on the main queue, never inside
+// loadRequest, and an allowed load reports its outcome as `pageOutcome` says.
+class RecordingWebView : public WebView, public std::enable_shared_from_this<RecordingWebView> {
  public:
   enum class PageOutcome { Loaded, Failed, Stalled };
   explicit RecordingWebView(std::shared_ptr<MainQueue> queue = nullptr)
@@ -42,7 +43,8 @@ class RecordingWebView : public WebView {
   }
 
   std::vector<WebRequest> loads;           // loadRequest calls
-  std::vector<std::string> loadedInPlace;  // navigations the decider allowed
+  std::vector<std::string> loadedInPlace;  // links the decider allowed
+  int pagesLoaded = 0;                     // loads and links the decider allowed
   bool bounces = true;
   PageOutcome pageOutcome = PageOutcome::Loaded;
 

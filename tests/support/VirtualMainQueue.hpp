@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <utility>
 
 #include "tovani/platform/MainQueue.hpp"
@@ -8,7 +9,8 @@
 namespace tovani::test {
 
 // A main queue on virtual time: nothing runs until the test moves time. Tasks run in
-// due-time order, and in posting order among equal times. Single-threaded by design.
+// due-time order, and in posting order among equal times. Tasks may be posted from any
+// thread, as on a real queue; they run on the thread that moves time.
 class VirtualMainQueue : public MainQueue {
  public:
   void post(Task task) override { postAfter(0, std::move(task)); }
@@ -23,6 +25,7 @@ class VirtualMainQueue : public MainQueue {
   void block(double seconds) { now_ += seconds > 0 ? seconds : 0; }
 
  private:
+  std::mutex mutex_;
   double now_ = 0;
   uint64_t nextSeq_ = 0;
   std::map<std::pair<double, uint64_t>, Task> tasks_;

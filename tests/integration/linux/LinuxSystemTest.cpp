@@ -1,4 +1,5 @@
 // The main loop, reachability and the bundled platform with its device.
+#include <gio/gio.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -69,6 +70,7 @@ TEST(LinuxReachability, FollowsTheDefaultRouteAndItsInterface) {
   std::ofstream(dir / "net/wwan0/flags") << "0x1091";
   std::ofstream(dir / "net/down0/flags") << "0x1002";
   ReachabilityOptions options;
+  options.networkMonitor = false;  // the routing table, read where a system has no monitor
   options.ipv4RouteTable = dir / "route";
   options.ipv6RouteTable = dir / "route6";
   options.interfaceFolder = dir / "net";
@@ -96,6 +98,44 @@ TEST(LinuxReachability, FollowsTheDefaultRouteAndItsInterface) {
         << "Iface\tDestination\tGateway\tFlags\tRefCnt\tUse\tMetric\tMask\n" + c.v4;
     std::ofstream(dir / "route6") << c.v6;
     EXPECT_EQ(LinuxReachability(options).internetFlags(), c.flags);
+  }
+}
+
+TEST(LinuxReachability, FollowsGiosNetworkMonitor) {
+  const struct {
+    bool available;
+    GNetworkConnectivity connectivity;
+    bool metered;
+    uint32_t flags;
+  } cases[] = {
+      {true, G_NETWORK_CONNECTIVITY_FULL, false, 0x2},
+      {true, G_NETWORK_CONNECTIVITY_FULL, true, 0x40002},
+      {true, G_NETWORK_CONNECTIVITY_LIMITED, false, 0x2},
+      {true, G_NETWORK_CONNECTIVITY_PORTAL, false, 0x12},
+      {true, G_NETWORK_CONNECTIVITY_LOCAL, false, 0},
+      {false, G_NETWORK_CONNECTIVITY_FULL, true, 0},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(detail::monitorFlags(c.available, c.connectivity, c.metered), c.flags)
+        << c.available << " " << c.connectivity << " " << c.metered;
+  }
+  // The adapter answers with the system's monitor, and says so when it has to fall back.
+  struct Lines : Log {
+    void write(const std::string& line) override { lines.push_back(line); }
+    std::vector<std::string> lines;
+  };
+  auto log = std::make_shared<Lines>();
+  GNetworkMonitor* monitor = g_network_monitor_get_default();
+  const bool real = std::string(G_OBJECT_TYPE_NAME(monitor)) != "GNetworkMonitorBase";
+  const auto flags = LinuxReachability({}, log).internetFlags();
+  if (real) {
+    EXPECT_EQ(flags, detail::monitorFlags(g_network_monitor_get_network_available(monitor),
+                                          g_network_monitor_get_connectivity(monitor),
+                                          g_network_monitor_get_network_metered(monitor)));
+    EXPECT_TRUE(log->lines.empty());
+  } else {
+    ASSERT_EQ(log->lines.size(), 1u);
+    EXPECT_NE(log->lines[0].find("reading the routing table"), std::string::npos);
   }
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <regex>
 
 #include "ConnectionFaults.hpp"
@@ -166,8 +167,25 @@ bool applyFault(Route route, Answer& a, const httplib::Request& req, httplib::Re
   return true;
 }
 
-void serve(const httplib::Request& req, httplib::Response& res, const std::string& scheme,
+// A client sent here by a proxy setting asks in the absolute form ("GET http://host/path"),
+// which names the same resource as its path alone; the Host header still tells the host.
+std::string originForm(const std::string& target) {
+  const auto authority = target.find("://");
+  if (authority == std::string::npos || target.front() == '/') return target;
+  const auto path = target.find_first_of("/?", authority + 3);
+  if (path == std::string::npos) return "/";
+  return target[path] == '/' ? target.substr(path) : "/" + target.substr(path);
+}
+
+void serve(const httplib::Request& original, httplib::Response& res, const std::string& scheme,
            ServerState& state) {
+  std::optional<httplib::Request> proxied;
+  if (!original.path.empty() && original.path.front() != '/') {
+    proxied = original;
+    proxied->path = originForm(original.path);
+    proxied->target = originForm(original.target);
+  }
+  const httplib::Request& req = proxied ? *proxied : original;
   LoggedRequest entry;
   entry.scheme = scheme;
   entry.method = req.method;

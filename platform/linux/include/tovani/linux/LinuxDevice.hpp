@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -51,6 +52,9 @@ class TOVANI_EXPORT LinuxDevice final : public Device {
 
 struct ReachabilityOptions {
   std::optional<uint32_t> overrideFlags;  // answered as is when set
+  // Ask GIO's network monitor (network available, connectivity, metered). Without a real
+  // monitor on the system, or with this off, the routing tables below are read instead.
+  bool networkMonitor = true;
   // Interfaces whose default route counts as cellular (shell patterns).
   std::vector<std::string> cellularInterfaces = {"wwan*", "rmnet*", "ccmni*"};
   std::string ipv4RouteTable = "/proc/net/route";
@@ -58,19 +62,31 @@ struct ReachabilityOptions {
   std::string interfaceFolder = "/sys/class/net";  // <name>/flags holds the IFF_* bits
 };
 
-// Reachable (0x2) when a default route leaves through a non-loopback interface that is up;
-// is-cellular (0x40000) added when that interface is a cellular one; none when no route
-// table can be read.
+// From GIO's network monitor: reachable (0x2) when the network is available and reaches
+// beyond this machine, intervention-required (0x10) behind a captive portal, is-cellular
+// (0x40000) on a metered network. Where the system has no monitor: reachable when a default
+// route leaves through a non-loopback interface that is up, is-cellular when that interface
+// is a cellular one, none when no route table can be read (logged once).
 class TOVANI_EXPORT LinuxReachability final : public ReachabilitySource {
  public:
-  explicit LinuxReachability(ReachabilityOptions options = {}) : options_(std::move(options)) {}
+  explicit LinuxReachability(ReachabilityOptions options = {}, std::shared_ptr<Log> log = nullptr)
+      : options_(std::move(options)), log_(std::move(log)) {}
   std::optional<uint32_t> internetFlags() const override;
   void setOverride(std::optional<uint32_t> flags);
 
  private:
+  std::optional<uint32_t> routeTableFlags() const;
+
   mutable std::mutex mutex_;
   ReachabilityOptions options_;
+  std::shared_ptr<Log> log_;
+  mutable bool fallbackLogged_ = false;
 };
+
+namespace detail {
+// The flags for a network monitor's state; `connectivity` is a GNetworkConnectivity value.
+uint32_t monitorFlags(bool available, int connectivity, bool metered);
+}  // namespace detail
 
 // Log lines to standard error as "[tovani] <line>", or to the host's sink when one is set.
 class TOVANI_EXPORT LinuxLog final : public Log {
