@@ -36,10 +36,11 @@ int32_t nowAsInt32(double now) {
 
 void tovaniViewer::deleteMp4File(int64_t days) {
   // The folder start-up would use, or none: a relative one is never cleaned.
-  const auto documents = documentsFolder();
-  if (!documents) return;
+  const auto folder = documentsFolder();
+  if (!folder) return;
+  const std::string& documents = *folder;
   std::error_code ec;
-  fs::directory_iterator entries(*documents, ec);
+  fs::directory_iterator entries(documents, ec);
   if (ec) return;
   // An age limit too large to count in seconds never expires anything.
   if (days > std::numeric_limits<int64_t>::max() / kSecondsPerDay) return;

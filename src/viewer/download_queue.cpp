@@ -73,7 +73,6 @@ bool installVideo(tovaniViewer& viewer, const std::string& url, const std::strin
     viewer.log("tovani: downloaded video could not be moved into place: " + fileName);
     return false;
   }
-  }
   if (!fs::is_regular_file(path, ec)) return false;
   // A video the SDK cannot record as its own is one it could never replace or expire.
   if (!OwnedFiles(viewer.tnadDocumentsPath.value_or("")).add(fileName)) {

@@ -58,10 +58,10 @@ std::optional<std::string> tovaniViewer::getFreqPassVideoPath(const Text& rule,
       // Deliberately no return here: a missing file with an incomplete period still runs
       // the period query, and then looks for the file (and reports it missing) once more.
     }
-    if (capReached(tnDataManager.get(),
-                   formatStatement(sql::kSelectPeriodCapReached,
-                                   {adid, start, end, maximum, start, end}),
-                   inspection, "period")) {
+    if (capReached(
+            tnDataManager.get(),
+            formatStatement(sql::kSelectPeriodCapReached, {adid, start, end, maximum, start, end}),
+            inspection, "period")) {
       return std::nullopt;
     }
     return fileCheck();
@@ -73,10 +73,10 @@ std::optional<std::string> tovaniViewer::getFreqPassVideoPath(const Text& rule,
       if (inspection.active()) inspection.note.kind = "malformed";
       return fileCheck();
     }
-    if (capReached(tnDataManager.get(),
-                   formatStatement(sql::kSelectRollingCapReached, {adid, days, maximum},
-                                   {kDaySlot}),
-                   inspection, "rolling")) {
+    if (capReached(
+            tnDataManager.get(),
+            formatStatement(sql::kSelectRollingCapReached, {adid, days, maximum}, {kDaySlot}),
+            inspection, "rolling")) {
       return std::nullopt;
     }
     return fileCheck();

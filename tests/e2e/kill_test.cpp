@@ -27,7 +27,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-
 struct StoreState {
   bool present = false;
   std::string integrity;

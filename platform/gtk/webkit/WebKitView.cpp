@@ -91,6 +91,10 @@ class PageView final : public WebKitView, public std::enable_shared_from_this<Pa
   // The engine draws no overscroll bounce on the desktop, so there is nothing to turn off.
   void setScrollBounces(bool) override {}
 
+  void setLoadResultHandler(std::function<void(bool loaded)> handler) override {
+    loadResult_ = std::move(handler);
+  }
+
   GtkWidget* widget() override { return GTK_WIDGET(view_); }
   WebKitWebView* engineView() override { return view_; }
   std::string currentUrl() const override {
@@ -117,7 +121,11 @@ class PageView final : public WebKitView, public std::enable_shared_from_this<Pa
   // A load the SDK asked for: the decider first, then the engine (GET) or a fetch of our own
   // (POST), since the engine has no public way to post a body byte for byte.
   void start(const WebRequest& request, int hop) {
-    if (!ask(request)) return;
+    if (hop == 0) resultPending_ = true;
+    if (!ask(request)) {
+      finish(false);
+      return;
+    }
     if (hop == 0) lastRequest_ = request;
     const unsigned generation = ++generation_;
     const std::string method = request.method.empty() ? "GET" : request.method;
@@ -145,6 +153,7 @@ class PageView final : public WebKitView, public std::enable_shared_from_this<Pa
     if (!result.error && status >= 300 && status < 400 && !result.redirectUrl.empty()) {
       if (hop >= shared_->options.maxRedirects) {
         shared_->log("end card: too many redirects from " + request.url);
+        finish(false);
         return;
       }
       // 307 and 308 repeat the request as it was; the others turn it into a GET.
@@ -157,6 +166,13 @@ class PageView final : public WebKitView, public std::enable_shared_from_this<Pa
     if (result.error) {
       // The view stays as it was, as a browser's would after a failed form post.
       shared_->log("end card: " + request.url + " not loaded: " + result.error->message);
+      finish(false);
+      return;
+    }
+    if (status < 200 || status > 299) {
+      // An error page is no end card: the SDK is told, and it decides what to show.
+      shared_->log("end card: " + request.url + " answered " + std::to_string(status));
+      finish(false);
       return;
     }
     // The page is shown under its own address, so that its relative links, images and forms
@@ -236,6 +252,7 @@ class PageView final : public WebKitView, public std::enable_shared_from_this<Pa
     if (event != WEBKIT_LOAD_FINISHED) return;
     auto self = static_cast<PageView*>(data)->shared_from_this();
     ++self->pagesLoaded_;
+    self->finish(true);
     auto handler = self->loadedHandler_;
     if (handler) handler();
   }
@@ -250,6 +267,7 @@ class PageView final : public WebKitView, public std::enable_shared_from_this<Pa
       self->shared_->log(std::string("end card: ") + (uri != nullptr ? uri : "") +
                          " not loaded: " + error->message);
     }
+    self->finish(false);
     return FALSE;
   }
 
@@ -264,6 +282,16 @@ class PageView final : public WebKitView, public std::enable_shared_from_this<Pa
     self->shared_->mainQueue->post([weak = self->weak_from_this()] {
       if (auto view = weak.lock()) view->afterCrash();
     });
+  }
+
+  // Reports the outcome of the load the SDK asked for, once; the engine's later navigations
+  // inside the page are not the SDK's loads.
+  void finish(bool loaded) {
+    if (!resultPending_) return;
+    resultPending_ = false;
+    auto handler = loadResult_;
+    if (!handler) return;
+    shared_->mainQueue->post([handler, loaded] { handler(loaded); });
   }
 
   void afterCrash() {
@@ -284,6 +312,8 @@ class PageView final : public WebKitView, public std::enable_shared_from_this<Pa
   WebKitWebView* view_ = nullptr;  // a reference of our own
   std::function<bool(const WebRequest&)> decider_;
   std::function<void()> loadedHandler_;
+  std::function<void(bool)> loadResult_;
+  bool resultPending_ = false;
   std::optional<WebRequest> lastRequest_;
   std::string approved_;     // the one navigation already put to the decider, normalised
   unsigned generation_ = 0;  // a newer navigation makes older answers stale
