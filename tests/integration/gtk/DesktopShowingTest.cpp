@@ -162,6 +162,40 @@ TEST_F(DesktopTest, ARealClickOnTheActionImageSendsTheClickAndOpensTheLandingPag
   EXPECT_EQ(launchedUrls().front().rfind("http", 0), 0u) << launchedUrls().front();
 }
 
+// Xvfb has no window manager, so nothing can minimise the window there; hiding it unmaps it
+// as minimising does, and the adapter treats both alike.
+TEST_F(DesktopTest, AWindowAwayForTenSecondsResumesAndForElevenEndsWithThree) {
+  open(375, 667, "iPhone", InterfaceIdiom::Phone, withoutEndCard());
+  waitForInventory();
+  show();
+  std::shared_ptr<View> video;
+  ASSERT_TRUE(runUntil(
+      [&] {
+        video = node(View::Kind::VideoLayer);
+        return video && video->player && video->player->currentTime() > 1.0;
+      },
+      20));
+  auto& application = *session->desktop.application;
+  EXPECT_TRUE(application.isStatusBarHidden()) << "the ad asked for the whole screen";
+  auto awayFor = [&](double seconds) {
+    gtk_widget_hide(window);
+    runUntil([] { return false; }, 0.3);
+    clock->shift += seconds;
+    gtk_widget_show(window);
+    runUntil([] { return false; }, 0.5);
+  };
+  awayFor(10);
+  EXPECT_TRUE(host->results.empty());
+  const double before = video->player->currentTime();
+  runUntil([] { return false; }, 0.5);
+  EXPECT_GT(video->player->currentTime(), before) << "still playing after ten seconds away";
+
+  awayFor(11);
+  ASSERT_TRUE(runUntil([&] { return !host->results.empty(); }, 3));
+  EXPECT_EQ(host->results, std::vector<int32_t>{3});
+  EXPECT_FALSE(application.isStatusBarHidden()) << "the window's state is given back";
+}
+
 struct WindowShape {
   int width, height;
   const char* model;
