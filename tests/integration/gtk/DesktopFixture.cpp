@@ -29,6 +29,11 @@ double ShiftedClock::now() const {
 }
 
 void DesktopTest::SetUpTestSuite() {
+  prepareDesktop();
+}
+
+void prepareDesktop() {
+  auto& handlerDir = DesktopTest::handlerDir;
   if (!handlerDir.empty()) return;
   // GLib reads the XDG folders once, so they are set before the first GLib call.
   std::string pattern = (fs::temp_directory_path() / "tovani-gio-XXXXXX").string();

@@ -24,6 +24,11 @@ struct Recorder final : TovaniDelegate {
   void tovaniCallBack(int32_t result) override { results.push_back(result); }
 };
 
+// Registers a GIO handler for http(s) that writes the URLs it is launched with to a file,
+// turns the accessibility bus off and starts GTK when a display exists. Before any other GLib
+// call (GLib reads the XDG folders once); repeated calls do nothing.
+void prepareDesktop();
+
 // A real window on the X server (Xvfb in CI) with the GTK platform against the ad server on
 // loopback. Opened links go to a GIO handler registered for http(s) that writes them to a file.
 class DesktopTest : public ::testing::Test {
@@ -50,6 +55,7 @@ class DesktopTest : public ::testing::Test {
   std::vector<adserver::LoggedRequest> requests() const { return session->server->requests(); }
   std::shared_ptr<View> node(View::Kind kind, double z = -1) const;
 
+  friend void prepareDesktop();
   GtkWidget* window = nullptr;
   std::unique_ptr<demo::DesktopSession> session;
   std::shared_ptr<Recorder> host;

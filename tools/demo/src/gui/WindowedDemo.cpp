@@ -85,6 +85,7 @@ struct Photographer {
   std::string dir;
   std::map<std::string, bool> taken;
   std::map<std::string, gint64> armedAt;
+  bool pending = false;  // the host's picture is due before the ad
 
   // Shoots `name` once `condition` has held for `settle` seconds.
   void consider(GtkWidget* window, const std::string& name, bool condition, double settle) {
@@ -103,7 +104,7 @@ struct Photographer {
   bool all() const {
     int n = 0;
     for (const auto& [name, ok] : taken) n += ok;
-    return n == 4;
+    return n == 5;
   }
 };
 
@@ -169,7 +170,7 @@ int runWindowed(const WindowedOptions& options) {
   TovaniSDK::delegate(host);
   gtk_widget_show_all(ui.window);
 
-  Photographer camera{options.screenshotsDir, {}, {}};
+  Photographer camera{options.screenshotsDir, {}, {}, false};
   if (!camera.dir.empty()) std::filesystem::create_directories(camera.dir);
   bool ready = false;
   const gint64 started = g_get_monotonic_time();
@@ -181,7 +182,17 @@ int runWindowed(const WindowedOptions& options) {
       ready = true;
       gtk_widget_set_sensitive(ui.button, TRUE);
       gtk_label_set_text(GTK_LABEL(ui.status), "An ad is ready.");
-      if (!camera.dir.empty()) show();
+      if (!camera.dir.empty()) {
+        // Let the button's new state draw before the host's own picture is taken.
+        camera.pending = true;
+      }
+    }
+    if (camera.pending) {
+      camera.consider(ui.window, "host", true, 0.5);
+      if (camera.taken["host"]) {
+        camera.pending = false;
+        show();
+      }
     }
     if (!camera.dir.empty()) {
       auto label = findNode(*root, View::Kind::Label);
