@@ -16,6 +16,7 @@
 #include "gui/DesktopSession.hpp"
 #include "sdk/FacadeState.hpp"
 #include "tovani/TovaniSDK.hpp"
+#include "tovani/gtk/WidgetBacked.hpp"
 #include "viewer/ProcessState.hpp"
 
 namespace {
@@ -28,7 +29,7 @@ struct Counter final : TovaniDelegate {
 };
 
 // Passes everything through and notes when play() is first called.
-class StampedPlayer final : public MediaPlayer {
+class StampedPlayer : public MediaPlayer {
  public:
   StampedPlayer(std::shared_ptr<MediaPlayer> inner, gint64* played)
       : inner_(std::move(inner)), played_(played) {}
@@ -55,12 +56,27 @@ class StampedPlayer final : public MediaPlayer {
   gint64* played_;
 };
 
+// The same for a player that draws into a widget: the host view must still find the widget.
+class StampedWidgetPlayer final : public StampedPlayer, public gtk::WidgetBacked {
+ public:
+  StampedWidgetPlayer(std::shared_ptr<MediaPlayer> inner, gint64* played)
+      : StampedPlayer(inner, played), widget_(dynamic_cast<WidgetBacked&>(*inner).widget()) {}
+  GtkWidget* widget() override { return widget_; }
+
+ private:
+  GtkWidget* widget_;
+};
+
 class StampedFactory final : public MediaPlayerFactory {
  public:
   StampedFactory(std::shared_ptr<MediaPlayerFactory> inner, gint64* played)
       : inner_(std::move(inner)), played_(played) {}
   std::shared_ptr<MediaPlayer> createPlayer(const std::string& path) override {
-    return std::make_shared<StampedPlayer>(inner_->createPlayer(path), played_);
+    auto inner = inner_->createPlayer(path);
+    if (dynamic_cast<gtk::WidgetBacked*>(inner.get()) != nullptr) {
+      return std::make_shared<StampedWidgetPlayer>(inner, played_);
+    }
+    return std::make_shared<StampedPlayer>(inner, played_);
   }
 
  private:
@@ -144,7 +160,8 @@ int main(int argc, char** argv) {
     TovaniSDK::tovaniShow(desktop.hostView->rootView());
     desktop.mainLoop->runUntil([&] { return firstFrame != 0; }, 10);
     if (firstFrame == 0 || played == 0) {
-      std::fprintf(stderr, "showing %d drew no frame\n", i + 1);
+      std::fprintf(stderr, "showing %d drew no frame (play() %s, callbacks %d)\n", i + 1,
+                   played != 0 ? "called" : "not called", host->results - before);
       return 1;
     }
     if (i >= 0) toFrame.push_back((firstFrame - start) / 1e3);

@@ -47,7 +47,8 @@ class GtkVideoPlayer final : public MediaPlayer, public WidgetBacked {
       gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, onBuffer, &first_, nullptr);
       gst_object_unref(pad);
     }
-    g_signal_connect_after(widget_, "draw", G_CALLBACK(onDrawn), &first_);
+    // Before the sink's own handler, which ends the emission: it is about to paint the frame.
+    g_signal_connect(widget_, "draw", G_CALLBACK(onDrawn), &first_);
   }
   ~GtkVideoPlayer() override {
     // The pipeline stops first, so no streaming thread touches the probe's data afterwards.

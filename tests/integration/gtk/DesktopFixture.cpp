@@ -25,7 +25,8 @@ std::string DesktopTest::handlerDir;
 
 double ShiftedClock::now() const {
   using namespace std::chrono;
-  return duration<double>(system_clock::now().time_since_epoch()).count() + shift;
+  if (pinned) return *pinned;
+  return duration<double>(system_clock::now().time_since_epoch()).count();
 }
 
 void DesktopTest::SetUpTestSuite() {

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,11 +13,12 @@
 
 namespace tovani::test {
 
-// Seconds added to the wall clock, so that a test can leave the app for 11 s at once.
+// The wall clock, or a pinned time, so that a test can leave the app for 11 s at once. The
+// SDK counts whole seconds, so a pinned time keeps a time away exact.
 class ShiftedClock final : public Clock {
  public:
   double now() const override;
-  double shift = 0;
+  std::optional<double> pinned;
 };
 
 struct Recorder final : TovaniDelegate {

@@ -178,11 +178,14 @@ TEST_F(DesktopTest, AWindowAwayForTenSecondsResumesAndForElevenEndsWithThree) {
   auto& application = *session->desktop.application;
   EXPECT_TRUE(application.isStatusBarHidden()) << "the ad asked for the whole screen";
   auto awayFor = [&](double seconds) {
+    const double leftAt = std::floor(clock->now()) + 0.5;
+    clock->pinned = leftAt;
     gtk_widget_hide(window);
     runUntil([] { return false; }, 0.3);
-    clock->shift += seconds;
+    clock->pinned = leftAt + seconds;
     gtk_widget_show(window);
     runUntil([] { return false; }, 0.5);
+    clock->pinned.reset();
   };
   awayFor(10);
   EXPECT_TRUE(host->results.empty());

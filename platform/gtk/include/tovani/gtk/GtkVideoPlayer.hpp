@@ -15,7 +15,7 @@ struct VideoOptions {
   bool audioOutput = true;    // the default audio device (discarded in real time when none)
   // Called on the main thread when the sink's widget has drawn the first frame of a player,
   // with the monotonic time (g_get_monotonic_time, microseconds) of that draw.
-  std::function<void(int64_t)> firstFrameDrawn;
+  std::function<void(int64_t)> firstFrameDrawn = nullptr;
 };
 
 // Players on GStreamer's playbin whose pictures go to a `gtksink` widget. Each player is a

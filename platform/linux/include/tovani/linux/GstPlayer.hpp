@@ -28,7 +28,7 @@ struct PlayerOptions {
   // Makes the video sink of each new player in place of the choice above, for a host that
   // draws the video itself (a widget in its window). The player takes a reference of its own
   // (a floating element becomes the player's); nullptr falls back to the choice above.
-  std::function<GstElement*()> makeVideoSink;
+  std::function<GstElement*()> makeVideoSink = nullptr;
 };
 
 // Players on GStreamer's playbin, driven from the MainLoop's context: bus messages, ticks and
