@@ -14,8 +14,12 @@ packages=(
   libcurl4-openssl-dev libcurl4 ca-certificates libglib2.0-dev
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav
-  # desktop end card (WebKitGTK) and a virtual X server for its tests
-  libwebkit2gtk-4.1-dev xvfb xauth
+  # desktop platform: GTK 3 widgets, video in the window, WebKitGTK end card
+  libgtk-3-dev libwebkit2gtk-4.1-dev gstreamer1.0-gtk3
+  # desktop tests and screenshots: a virtual X server, real pointer input (XTest)
+  xvfb xauth libxtst-dev xdotool imagemagick
+  # a font with the countdown label's Hangul syllable, so screenshots draw it
+  fonts-nanum
   # development ad server
   libcpp-httplib-dev libssl-dev openssl
   # demo host

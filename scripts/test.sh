@@ -17,7 +17,12 @@ if [ -z "${DISPLAY:-}" ] && command -v Xvfb >/dev/null; then
   export DISPLAY=":$(cat "$display_file")"
 fi
 set +e
-ctest --preset debug -j"$jobs" 2>&1 | tee build/debug/ctest.log
+# The desktop tests open real windows: without a display they get a virtual X server.
+display=()
+if [ -z "${DISPLAY:-}" ] && command -v xvfb-run >/dev/null; then
+  display=(xvfb-run -a -s "-screen 0 1600x1200x24")
+fi
+"${display[@]}" ctest --preset debug -j"$jobs" 2>&1 | tee build/debug/ctest.log
 status=${PIPESTATUS[0]}
 set -e
 # Every fuzz target briefly (clang build included): one that stops building or crashes at

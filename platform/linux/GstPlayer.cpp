@@ -150,7 +150,9 @@ void PlayerState::open(const std::string& path) {
   }
   gst_object_ref_sink(pipeline_);
   const bool window = options_.videoOutput == VideoOutput::Window && displayAvailable();
-  g_object_set(pipeline_, "uri", uri, "video-sink", makeSink("autovideosink", window), "audio-sink",
+  GstElement* videoSink = options_.makeVideoSink ? options_.makeVideoSink() : nullptr;
+  if (videoSink == nullptr) videoSink = makeSink("autovideosink", window);
+  g_object_set(pipeline_, "uri", uri, "video-sink", videoSink, "audio-sink",
                makeSink("autoaudiosink", options_.audioOutput), nullptr);
   g_free(uri);
 

@@ -6,6 +6,10 @@
 #include <iostream>
 
 #include "tovani/demo/Demo.hpp"
+#ifdef TOVANI_DEMO_WINDOWED
+#include "gui/DesktopSession.hpp"
+#include "gui/WindowedDemo.hpp"
+#endif
 
 int main(int argc, char** argv) {
   cxxopts::Options cli("tovani-demo", "Runs a whole ad showing against the bundled ad server");
@@ -30,6 +34,9 @@ int main(int argc, char** argv) {
     ("documents", "the app's documents folder, kept afterwards; default: a fresh one, removed",
      cxxopts::value<std::string>())
     ("faults", "ad server fault switches (JSON) from the start on", cxxopts::value<std::string>())
+    ("headless", "the terminal timeline even where a display exists")
+    ("screenshots", "windowed: show one ad, write PNGs of it into DIR and quit",
+     cxxopts::value<std::string>())
     ("h,help", "this help");
   // clang-format on
   try {
@@ -38,6 +45,18 @@ int main(int argc, char** argv) {
       std::cout << cli.help() << std::endl;
       return 0;
     }
+#ifdef TOVANI_DEMO_WINDOWED
+    if (!args.count("headless") && tovani::demo::displayAvailable()) {
+      tovani::demo::WindowedOptions windowed;
+      if (args.count("scenario")) windowed.scenarioFile = args["scenario"].as<std::string>();
+      // Real time unless asked otherwise: a person is watching and listening.
+      windowed.speed = args.count("speed") ? args["speed"].as<double>() : 1.0;
+      if (args.count("screenshots"))
+        windowed.screenshotsDir = args["screenshots"].as<std::string>();
+      windowed.verbose = args.count("verbose") > 0;
+      return tovani::demo::runWindowed(windowed);
+    }
+#endif
     tovani::demo::DemoOptions options;
     if (args.count("scenario")) options.scenarioFile = args["scenario"].as<std::string>();
     if (args.count("ad")) options.adId = args["ad"].as<std::string>();

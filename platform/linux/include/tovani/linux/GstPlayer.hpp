@@ -1,4 +1,5 @@
 #pragma once
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -6,6 +7,8 @@
 #include "tovani/linux/MainLoop.hpp"
 #include "tovani/platform/Device.hpp"
 #include "tovani/platform/MediaPlayer.hpp"
+
+typedef struct _GstElement GstElement;
 
 #pragma push_macro("linux")
 #undef linux
@@ -23,6 +26,10 @@ struct PlayerOptions {
   double playbackRate = 1.0;
   VideoOutput videoOutput = VideoOutput::Headless;
   bool audioOutput = false;  // a real audio device; otherwise audio is discarded in real time
+  // Makes the video sink of each new player in place of the choice above, for a host that
+  // draws the video itself (a widget in its window). The player takes a reference of its own
+  // (a floating element becomes the player's); nullptr falls back to the choice above.
+  std::function<GstElement*()> makeVideoSink = nullptr;
 };
 
 // Players on GStreamer's playbin, driven from the MainLoop's context: bus messages, ticks and
