@@ -10,19 +10,14 @@ cmake --build --preset debug -j"$jobs"
 # The desktop adapters' tests need a display: without one, a virtual X server for the run.
 if [ -z "${DISPLAY:-}" ] && command -v Xvfb >/dev/null; then
   display_file=$(mktemp)
-  Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$display_file" 2>/dev/null &
+  Xvfb -displayfd 3 -screen 0 1600x1200x24 -nolisten tcp 3>"$display_file" 2>/dev/null &
   xvfb_pid=$!
   trap 'kill "$xvfb_pid" 2>/dev/null; rm -f "$display_file"' EXIT
   for _ in $(seq 100); do [ -s "$display_file" ] && break; sleep 0.1; done
   export DISPLAY=":$(cat "$display_file")"
 fi
 set +e
-# The desktop tests open real windows: without a display they get a virtual X server.
-display=()
-if [ -z "${DISPLAY:-}" ] && command -v xvfb-run >/dev/null; then
-  display=(xvfb-run -a -s "-screen 0 1600x1200x24")
-fi
-"${display[@]}" ctest --preset debug -j"$jobs" 2>&1 | tee build/debug/ctest.log
+ctest --preset debug -j"$jobs" 2>&1 | tee build/debug/ctest.log
 status=${PIPESTATUS[0]}
 set -e
 # Every fuzz target briefly (clang build included): one that stops building or crashes at

@@ -106,7 +106,7 @@ bool DesktopTest::runUntil(const std::function<bool()>& done, double seconds) {
 }
 
 void DesktopTest::waitForInventory() {
-  ASSERT_TRUE(runUntil([&] { return demo::readInventory(session->documents).ready(); }, 30));
+  ASSERT_TRUE(runUntil([&] { return demo::readInventory().ready(); }, 30));
 }
 
 void DesktopTest::show() {

@@ -6,9 +6,9 @@
 #include <iostream>
 #include <map>
 
+#include "../FreshProcess.hpp"
 #include "../Inventory.hpp"
 #include "DesktopSession.hpp"
-#include "sdk/FacadeState.hpp"
 #include "tovani/TovaniSDK.hpp"
 
 namespace tovani::demo {
@@ -164,6 +164,7 @@ int runWindowed(const WindowedOptions& options) {
                    }),
                    nullptr);
 
+  startAsFreshProcess();
   TovaniSDK::setPlatform(desktop.platform);
   TovaniSDK::init("DEMO_MEDIA", "DEMO_SLOT",
                   TovaniSDK::CategoryList{std::string(TovaniCategory::CASUAL)});
@@ -178,7 +179,7 @@ int runWindowed(const WindowedOptions& options) {
     std::function<bool()> step;
   } watch;
   watch.step = [&] {
-    if (!ready && readInventory(session->documents).ready()) {
+    if (!ready && readInventory().ready()) {
       ready = true;
       gtk_widget_set_sensitive(ui.button, TRUE);
       gtk_label_set_text(GTK_LABEL(ui.status), "An ad is ready.");
@@ -216,8 +217,7 @@ int runWindowed(const WindowedOptions& options) {
   gtk_main();
   g_source_remove(watcher);
 
-  TovaniSDK::setPlatform(nullptr);
-  resetFacadeForTesting();
+  endAsFreshProcess();
   session.reset();
   gtk_widget_destroy(ui.window);
   return status;
