@@ -5,6 +5,7 @@
 
 #include "support/ViewerFixture.hpp"
 #include "viewer/ProcessState.hpp"
+#include "viewer/owned_files.hpp"
 
 namespace tovani::test {
 namespace {
@@ -65,6 +66,7 @@ TEST(Startup, ADocumentsFolderUnderHomeIsExpandedAndAnyOtherRelativeOneNeverUsed
     ViewerFixture f;
     const fs::path documents = f.tp.documents();
     writeFile(f.tp.documentsFile("old.mp4"), "old");
+    ASSERT_TRUE(OwnedFiles(documents.string()).add("old.mp4"));  // a video of an earlier run
     f.tp.device->creationTimes["old.mp4"] = f.tp.clock->now() - 61 * 86400;
     // Both spellings name the real folder: from the home folder, or from the working one.
     setenv("HOME", documents.parent_path().c_str(), 1);
