@@ -147,8 +147,7 @@ int main(int argc, char** argv) {
   TovaniSDK::setPlatform(platform);
   TovaniSDK::init("DEMO_MEDIA", "DEMO_SLOT", TovaniSDK::CategoryList{});
   TovaniSDK::delegate(host);
-  if (!desktop.mainLoop->runUntil([&] { return demo::readInventory().ready(); },
-                                  60)) {
+  if (!desktop.mainLoop->runUntil([&] { return demo::readInventory().ready(); }, 60)) {
     std::fprintf(stderr, "the inventory did not get ready\n");
     return 1;
   }
