@@ -89,8 +89,9 @@ std::string longListScenario(int adverts) {
 // The demo host on `documents`; `output` receives its standard output.
 pid_t startHost(const fs::path& documents, const fs::path& scenario, FILE** output) {
   const std::string demo = std::string(TOVANI_BINARY_DIR) + "/tools/demo/tovani-demo";
-  std::vector<std::string> args = {demo,         "--inventory-only", "--documents", documents,
-                                   "--scenario", scenario,           "--speed",     "10"};
+  std::vector<std::string> args = {demo,          "--headless", "--inventory-only",
+                                   "--documents", documents,    "--scenario",
+                                   scenario,      "--speed",    "10"};
   std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);

@@ -46,7 +46,11 @@ int main(int argc, char** argv) {
       return 0;
     }
 #ifdef TOVANI_DEMO_WINDOWED
-    if (!args.count("headless") && tovani::demo::displayAvailable()) {
+    // The window shows one ad to a person; the terminal options (a cold start only, a kept
+    // documents folder, faults from the start) belong to the terminal timeline.
+    const bool terminalOnly =
+        args.count("inventory-only") || args.count("documents") || args.count("faults");
+    if (!args.count("headless") && !terminalOnly && tovani::demo::displayAvailable()) {
       tovani::demo::WindowedOptions windowed;
       if (args.count("scenario")) windowed.scenarioFile = args["scenario"].as<std::string>();
       // Real time unless asked otherwise: a person is watching and listening.
