@@ -11,6 +11,7 @@
 #include <string>
 
 #include "support/ViewerFixture.hpp"
+#include "viewer/owned_files.hpp"
 #include "viewer/video_files.hpp"
 
 namespace {
@@ -31,10 +32,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   w.tp.runUntilIdle();
 
   for (const auto& url : w.downloadUrls()) require(tovani::isDownloadableUrl(url));
-  // Only the store, its side files and safely named videos may sit in the documents folder.
+  // Only the store, its side files, the record of the SDK's own files and safely named videos
+  // may sit in the documents folder.
   for (const auto& entry : std::filesystem::directory_iterator(w.tp.documents())) {
     const std::string name = entry.path().filename().string();
-    if (name.rfind("tnad_005.data", 0) == 0) continue;
+    if (name.rfind("tnad_005.data", 0) == 0 || name == tovani::kOwnedFilesManifest) continue;
     require(!tovani::videoFileNameProblem(name, "tnad_005.data"));
   }
   return 0;
